@@ -1,0 +1,81 @@
+/* Control of the platform stand-ins: fault injection and the call journal.
+ *
+ * Faults make chosen calls of named platform functions fail. Rules come from
+ * the environment variable PLAT_FAULTS (read at the first platform call) and
+ * from plat_fault_add(); both take the same text: rules separated by ',' ';'
+ * or white space, each
+ *
+ *     <function>[:<when>][=<action>]
+ *
+ *   when    N     the N-th call only (calls are counted from 1 per function)
+ *           N-M   calls N to M
+ *           N+    the N-th call and every later one
+ *           *     every call (the default)
+ *   action  a number (decimal or 0x hex): the status to fail with; for hub
+ *           calls the errno value
+ *           an errno name (ECONNREFUSED, ETIMEDOUT, ...): the same as its number
+ *           null  for calls that return a datum or a pointer: a null result
+ *                 with status 0
+ *           empty for kvs calls that return a datum: the call does its work
+ *                 but returns a datum with a null ptr and siz 0
+ *           default: PLAT_ERR_INJECTED, or EIO for hub calls
+ *
+ * e.g. PLAT_FAULTS="kvs_delete:2=0x4048000a, hub_send=ECONNREFUSED, tk_cq_init:1"
+ *
+ * A failing call does nothing else: a failed kvs_delete deletes nothing and
+ * leaves the cursor on the same key, a failed insert inserts nothing. Every
+ * call of a function that consults the rules is counted, failing or not.
+ *
+ * The journal records platform calls, one line each ("name(args) = result"),
+ * appended to the file named by PLAT_JOURNAL or plat_journal_set(). */
+#ifndef PLAT_CTL_H
+#define PLAT_CTL_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef enum plat_fault_kind_ {
+  PLAT_FAULT_STATUS = 0, /* fail with value (a status, or an errno for hub calls) */
+  PLAT_FAULT_NULL = 1,   /* null result, status 0 */
+  PLAT_FAULT_EMPTY = 2,  /* empty datum, status 0 */
+} plat_fault_kind_t;
+
+typedef struct plat_fault_ {
+  plat_fault_kind_t kind;
+  uint32_t value; /* 0 when the rule named no action: the caller's default applies */
+} plat_fault_t;
+
+/* Adds the rules of text. 0, or -1 with errno EINVAL (nothing added) and a
+ * description of the first bad rule in plat_fault_error(). */
+int plat_fault_add(const char *text);
+
+/* Text of the last rule error, "" if none. */
+const char *plat_fault_error(void);
+
+/* Drops every rule and every call count. The environment is not read again. */
+void plat_fault_reset(void);
+
+/* For the stand-ins: counts a call of func and returns 1 with *fault filled
+ * when a rule makes this call fail, 0 otherwise. */
+int plat_fault_hit(const char *func, plat_fault_t *fault);
+
+/* Calls of func counted since the start or the last plat_fault_reset(). */
+uint32_t plat_call_count(const char *func);
+
+/* Sends the journal to path (appending), or stops it with null. 0 or -1. */
+int plat_journal_set(const char *path);
+
+/* Non-zero while a journal is being written. */
+int plat_journal_on(void);
+
+/* For the stand-ins: appends one formatted line (a '\n' is added). */
+void plat_journal(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

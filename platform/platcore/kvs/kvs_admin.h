@@ -1,0 +1,42 @@
+/* Store administration, beside the service calls of kvs_defs.h: creating,
+ * removing and locating stores. The service calls never create a store, so
+ * that a wrong URL fails instead of converting an empty store.
+ *
+ * A store "nonvolatile:<dir>/<name>" is the LMDB file <dir>/<name>.mdb with
+ * its lock file <dir>/<name>.mdb-lock. Settings, read from the environment:
+ *   PLAT_KVS_ROOT      folder prepended to <dir> (default: none)
+ *   PLAT_KVS_MAP_SIZE  bytes of address space a store starts with (default
+ *                      1 GiB); a store that fills it grows by doubling, so
+ *                      the size of the file system is the only limit */
+#ifndef PLAT_KVS_ADMIN_H
+#define PLAT_KVS_ADMIN_H
+
+#include <stddef.h>
+
+#include "kvs_defs.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Creates an empty store; its folder must exist. 0, KVS_ERR_EXISTS,
+ * KVS_ERR_BAD_URL, KVS_ERR_NO_STORE (no such folder), KVS_ERR_IO, KVS_ERR_DB. */
+retcode_t kvs_create(const char *url);
+
+/* Removes a store's files. 0, KVS_ERR_NO_STORE, KVS_ERR_BUSY (open in this
+ * process), KVS_ERR_BAD_URL, KVS_ERR_IO. */
+retcode_t kvs_remove(const char *url);
+
+/* Writes the path of the store's data file into buf (len bytes with the
+ * terminator). 0, KVS_ERR_BAD_URL, or KVS_ERR_BAD_ARG when buf is too small. */
+retcode_t kvs_store_file(const char *url, char *buf, size_t len);
+
+/* The database's own words for the last failure of a store call on this
+ * thread ("" if none), for messages that need more than retcode2str. */
+const char *kvs_last_error_detail(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,85 @@
+// One open store: an LMDB write transaction held from open to close, one
+// cursor, and the buffers that data handed to callers live in.
+//
+// The cursor's logical position is kept here (the key under it, or "behind
+// the last key"), and LMDB's cursor is re-seated from it whenever a write
+// could have disturbed it. That keeps the promises callers rely on (after a
+// delete the cursor stands on the following key; storing the key under the
+// cursor leaves it in place) independent of LMDB's own cursor-after-delete
+// rules.
+//
+// Every store and delete is also kept in an operation log, so that when the
+// memory map fills up the transaction can be replayed in a larger map: a
+// store grows without a fixed limit and the change stays atomic.
+#ifndef PLAT_KVS_HANDLE_H
+#define PLAT_KVS_HANDLE_H
+
+#include <lmdb.h>
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "kvs_defs.h"
+
+namespace kvs {
+
+class Handle {
+ public:
+  // Opens the store whose data file is file. 0 or a KVS status.
+  static retcode_t open(const std::string &file, Handle **out);
+  ~Handle();
+  Handle(const Handle &) = delete;
+  Handle &operator=(const Handle &) = delete;
+
+  // Commits and releases everything. A failed commit keeps nothing.
+  retcode_t close();
+
+  dev_t dev() const { return dev_; }
+  ino_t ino() const { return ino_; }
+
+  const kvs_datum_t *first(retcode_t &st);
+  const kvs_datum_t *next(retcode_t &st);
+  const kvs_datum_t *key(retcode_t &st);
+  const kvs_datum_t *value(retcode_t &st);
+  retcode_t store(const kvs_datum_t &key, const kvs_datum_t &value);
+  retcode_t remove(const kvs_datum_t &key);
+
+  // The datum callers get for an injected empty result.
+  const kvs_datum_t *empty() { return &empty_; }
+
+ private:
+  enum class Pos { kNone, kAt, kEnd };
+
+  Handle() = default;
+  int begin();
+  int sync();
+  const kvs_datum_t *take(int rc, MDB_val *k, retcode_t &st);
+  bool is_current(const kvs_datum_t &key) const;
+  template <typename Op>
+  int write(Op op);
+  int grow_and_replay();
+  void log_op(char op, const kvs_datum_t &key, const kvs_datum_t *value);
+
+  std::string file_;
+  dev_t dev_ = 0;
+  ino_t ino_ = 0;
+  MDB_env *env_ = nullptr;
+  MDB_txn *txn_ = nullptr;
+  MDB_dbi dbi_ = 0;
+  MDB_cursor *cur_ = nullptr;
+  size_t map_size_ = 0;
+  Pos pos_ = Pos::kNone;
+  bool synced_ = false;  // LMDB's cursor stands on key_buf_
+  std::vector<unsigned char> key_buf_, val_buf_;
+  kvs_datum_t key_{}, val_{}, empty_{};
+  std::string oplog_;
+};
+
+// Maps an LMDB or errno code to a store status and remembers its text for
+// kvs_last_error_detail().
+retcode_t status_of(int rc);
+
+}  // namespace kvs
+
+#endif

@@ -1,0 +1,104 @@
+// Fault rules (syntax and which calls they hit), call counts, the journal,
+// and status texts.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <set>
+
+#include "plat_ctl.h"
+#include "status.h"
+#include "test_support.h"
+#include "toolkit.h"
+
+namespace {
+
+// Calls 1..n of func and returns the pattern of hits, e.g. "..x.".
+std::string hits(const char *func, int n) {
+  std::string s;
+  for (int i = 0; i < n; i++) s += plat_fault_hit(func, nullptr) ? 'x' : '.';
+  return s;
+}
+
+}  // namespace
+
+TEST(FaultRules, WhenSelectsCalls) {
+  struct Case {
+    const char *rule, *pattern;
+  };
+  const Case cases[] = {
+      {"f", "xxxxx"},       {"f:*", "xxxxx"},   {"f:2", ".x..."},   {"f:2-4", ".xxx."},
+      {"f:3+", "..xxx"},    {"g:1", "....."},   {"f:1,f:5", "x...x"}, {"f:1;f:4", "x..x."},
+      {" f:2 \t f:3 ", ".xx.."},
+  };
+  for (const auto &c : cases) {
+    testsupport::FaultScope scope;
+    scope.add(c.rule);
+    EXPECT_EQ(hits("f", 5), c.pattern) << c.rule;
+    EXPECT_EQ(plat_call_count("f"), 5u);
+  }
+}
+
+TEST(FaultRules, ActionsGiveKindAndValue) {
+  struct Case {
+    const char *rule;
+    plat_fault_kind_t kind;
+    uint32_t value;
+  };
+  const Case cases[] = {
+      {"f", PLAT_FAULT_STATUS, 0},          {"f=0x40480003", PLAT_FAULT_STATUS, 0x40480003},
+      {"f=17", PLAT_FAULT_STATUS, 17},      {"f=ECONNREFUSED", PLAT_FAULT_STATUS, ECONNREFUSED},
+      {"f:2=ETIMEDOUT", PLAT_FAULT_STATUS, ETIMEDOUT}, {"f=null", PLAT_FAULT_NULL, 0},
+      {"f=empty", PLAT_FAULT_EMPTY, 0},
+  };
+  for (const auto &c : cases) {
+    testsupport::FaultScope scope;
+    scope.add(c.rule);
+    plat_fault_t f{PLAT_FAULT_EMPTY, 12345};
+    while (!plat_fault_hit("f", &f)) ASSERT_LT(plat_call_count("f"), 3u) << c.rule;
+    EXPECT_EQ(f.kind, c.kind) << c.rule;
+    EXPECT_EQ(f.value, c.value) << c.rule;
+  }
+}
+
+TEST(FaultRules, BadRulesAreRejectedWholeWithAReason) {
+  const char *bad[] = {"f:0", "f:x", "f:3-2", "f=0", "f=EBOGUS", ":2", "f=-1", "f:1-", "ok,f=99999999999"};
+  for (const char *rule : bad) {
+    testsupport::FaultScope scope;
+    errno = 0;
+    EXPECT_EQ(plat_fault_add(rule), -1) << rule;
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_NE(std::string(plat_fault_error()), "") << rule;
+    EXPECT_EQ(hits("ok", 1), ".") << rule << ": nothing of a bad text is added";
+  }
+}
+
+TEST(Journal, AppendsOneLinePerRecord) {
+  testsupport::TempDir dir;
+  std::string path = dir / "journal";
+  ASSERT_EQ(plat_journal_set(path.c_str()), 0);
+  EXPECT_TRUE(plat_journal_on());
+  plat_journal("first(%d)", 1);
+  plat_journal("second");
+  ASSERT_EQ(plat_journal_set(nullptr), 0);
+  plat_journal("not written");
+  EXPECT_EQ(testsupport::read_file(path), "first(1)\nsecond\n");
+}
+
+TEST(StatusText, EveryPlatformCodeHasItsOwnText) {
+  const retcode_t codes[] = {
+      0,                   TK_ERR_INVALID,      TK_ERR_NO_MEMORY,       TK_ERR_EMPTY,          TK_HASHTABLE_END,
+      TK_ERR_NOT_FOUND,    TK_ERR_EXISTS,       TK_ERR_FULL,            TK_ERR_NOT_EMPTY,      PLAT_ERR_INJECTED,
+      PLAT_ERR_NO_MEMORY,  PLAT_ERR_INVALID,    KVS_ERR_NO_STORE,       KVS_ERR_BAD_URL,       KVS_ERR_NO_KEY,
+      KVS_ERR_BAD_HANDLE,  KVS_ERR_BAD_ARG,     KVS_ERR_NO_CURSOR,      KVS_ERR_BUSY,          KVS_ERR_KEY_TOO_BIG,
+      KVS_ERR_NO_SPACE,    KVS_ERR_IO,          KVS_ERR_CORRUPT,        KVS_ERR_EXISTS,        KVS_ERR_TOO_MANY,
+      KVS_ERR_DB,          PORTMAP_ERR_NO_SLOT, PORTMAP_ERR_BAD_IF_INDEX, PORTMAP_ERR_TABLE,   PORTMAP_ERR_DOWN,
+      OVERSEER_ERR_NO_STANDBY, OVERSEER_ERR_NO_SOURCE, OVERSEER_ERR_BAD_PATH, OVERSEER_ERR_IO, OVERSEER_ERR_BAD_QUEUE,
+  };
+  std::set<std::string> texts;
+  for (retcode_t rc : codes) {
+    std::string t = retcode2str(rc);
+    EXPECT_EQ(t.find("unknown"), std::string::npos) << std::hex << rc;
+    EXPECT_TRUE(texts.insert(t).second) << "duplicate text " << t;
+  }
+  EXPECT_EQ(std::string(retcode2str(0x12345678)), "unknown status 0x12345678");
+}
