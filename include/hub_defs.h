@@ -82,8 +82,8 @@ hub_q_handle_t hub_bind(int kind, int sap, hub_bind_options_t *options, const ch
  * hub_rr_token_get() takes the token. flags 0 makes a new request;
  * HUB_SEND_F_REPLY answers the request of token rr_token. 0, or -1:
  * ECONNREFUSED or ENOENT (nobody listens there: fails at once), EBADF (q
- * not bound), EMSGSIZE, EINVAL, EAGAIN (the receiver's queue stayed full for
- * the hub's wait limit). */
+ * not bound), EMSGSIZE (len over 64 KiB), EINVAL, EAGAIN (the receiver's
+ * queue stayed full for the hub's wait limit). */
 int hub_send(hub_q_handle_t q, uint32 node, int sap, hub_opc_t opcode, void *msg, uint32 len, hub_msg_ref_t *ref,
              int flags, int rr_token);
 

@@ -1,0 +1,201 @@
+// Table keyed by uint64: separate chaining in a bucket array that grows as
+// the table fills.
+//
+// Memory layout: the struct has no field for the item count, so one
+// allocation holds a small Header (item count, bucket count) followed by the
+// bucket array, and ht->hash_array points just past the Header. Callers
+// never read the fields, so the block travels with the buckets unseen.
+//
+// Growth: when the table holds more than 2 items per bucket, it rehashes
+// into the next prime >= 2 * size buckets and updates ht->size, so hash_fn
+// (usually key % ht->size) keeps working. With a prime bucket count, key %
+// size depends on every bit of the key; worldwide names read as
+// little-endian numbers differ only in their high bytes, which a power of
+// two would throw away. The first growth step may come from a power of two
+// asked for by the caller; then at most 2 * size items share the buckets.
+//
+// Walk order: bucket by bucket, chain by chain. A step looks the given key
+// up and moves on from its node, so it never reads an item's data, and a
+// caller may free the data of items already visited.
+#include <cstdlib>
+
+#include "tk_fault.h"
+#include "toolkit.h"
+
+namespace {
+
+using Node = tk_hashtable_64_node_t;
+
+struct Header {
+  uint64 count;    // items in the table
+  uint64 buckets;  // length of the bucket array that follows
+};
+static_assert(sizeof(Header) % alignof(Node *) == 0, "buckets must stay pointer-aligned");
+
+Header *header(const tk_hashtable_64_t *ht) { return reinterpret_cast<Header *>(ht->hash_array) - 1; }
+
+// A bucket array of n empty buckets after a Header, or null.
+Node **alloc_buckets(uint32 n, uint64 count) {
+  void *block = std::calloc(1, sizeof(Header) + static_cast<size_t>(n) * sizeof(Node *));
+  if (!block) return nullptr;
+  auto *h = static_cast<Header *>(block);
+  h->count = count;
+  h->buckets = n;
+  return reinterpret_cast<Node **>(h + 1);
+}
+
+void free_buckets(Node **buckets) { std::free(reinterpret_cast<Header *>(buckets) - 1); }
+
+// True for a table set up by init and not yet destroyed. A zeroed struct (a
+// failed init, a destroyed table) is not one.
+bool valid(const tk_hashtable_64_t *ht) {
+  return ht && ht->hash_array && ht->size != 0 && ht->hash_fn && header(ht)->buckets == ht->size;
+}
+
+// The caller's hash folded into range, whatever it returns.
+uint32 bucket_of(tk_hashtable_64_t *ht, uint64 key) { return ht->hash_fn(ht, key) % ht->size; }
+
+Node *find_node(tk_hashtable_64_t *ht, uint64 key) {
+  for (Node *n = ht->hash_array[bucket_of(ht, key)]; n; n = n->p_next)
+    if (n->key == key) return n;
+  return nullptr;
+}
+
+// First node in buckets from..size-1, or null.
+Node *first_from(const tk_hashtable_64_t *ht, uint64 from) {
+  for (uint64 b = from; b < ht->size; b++)
+    if (ht->hash_array[b]) return ht->hash_array[b];
+  return nullptr;
+}
+
+void link_front(tk_hashtable_64_t *ht, Node *n) {
+  Node **head = &ht->hash_array[bucket_of(ht, n->key)];
+  n->p_prev = nullptr;
+  n->p_next = *head;
+  if (*head) (*head)->p_prev = n;
+  *head = n;
+}
+
+bool is_prime(uint64 n) {
+  if (n < 2) return false;
+  if (n % 2 == 0) return n == 2;
+  for (uint64 d = 3; d * d <= n; d += 2)
+    if (n % d == 0) return false;
+  return true;
+}
+
+uint64 next_prime(uint64 n) {
+  while (!is_prime(n)) n++;
+  return n;
+}
+
+// Rehashes into the next prime >= 2 * size buckets. Growth is best effort:
+// without memory, or past the largest uint32 bucket count, the table keeps
+// its buckets and only gets slower.
+void grow(tk_hashtable_64_t *ht) {
+  uint64 want = next_prime(uint64{ht->size} * 2);
+  if (want > UINT32_MAX) return;
+  Node **fresh = alloc_buckets(static_cast<uint32>(want), header(ht)->count);
+  if (!fresh) return;
+  Node **old = ht->hash_array;
+  uint32 old_size = ht->size;
+  ht->hash_array = fresh;
+  ht->size = static_cast<uint32>(want);
+  for (uint32 b = 0; b < old_size; b++) {
+    for (Node *n = old[b]; n;) {
+      Node *next = n->p_next;
+      link_front(ht, n);
+      n = next;
+    }
+  }
+  free_buckets(old);
+}
+
+}  // namespace
+
+// Not fault-checked: it is the table's own hash, not a call that can fail.
+extern "C" uint32 tk_hashtable_64_modulo_size_hash_fn(tk_hashtable_64_t *ht, uint64 key) {
+  return (ht && ht->size) ? static_cast<uint32>(key % ht->size) : 0;
+}
+
+extern "C" tk_err_t tk_hashtable_64_init(tk_hashtable_64_t *ht, uint32 size, tk_hashtable_64_hash_fn_t hash_fn) {
+  tk_err_t rc;
+  bool fault = tk::fault_hit("tk_hashtable_64_init", &rc);
+  if (!ht) return fault ? rc : TK_ERR_INVALID;
+  *ht = tk_hashtable_64_t{};  // a failed init leaves a zeroed struct, safe to destroy
+  if (fault) return rc;
+  if (size == 0 || !hash_fn) return TK_ERR_INVALID;
+  Node **buckets = alloc_buckets(size, 0);
+  if (!buckets) return TK_ERR_NO_MEMORY;
+  ht->size = size;
+  ht->hash_array = buckets;
+  ht->hash_fn = hash_fn;
+  return TK_OK;
+}
+
+extern "C" tk_err_t tk_hashtable_64_find(tk_hashtable_64_t *ht, uint64 key, void **data) {
+  tk_err_t rc;
+  if (tk::fault_hit("tk_hashtable_64_find", &rc)) return rc;
+  if (!valid(ht) || !data) return TK_ERR_INVALID;
+  Node *n = find_node(ht, key);
+  if (!n) return TK_ERR_NOT_FOUND;
+  *data = n->data;
+  return TK_OK;
+}
+
+extern "C" tk_err_t tk_hashtable_64_insert(tk_hashtable_64_t *ht, uint64 key, void *data) {
+  tk_err_t rc;
+  if (tk::fault_hit("tk_hashtable_64_insert", &rc)) return rc;
+  if (!valid(ht)) return TK_ERR_INVALID;
+  if (find_node(ht, key)) return TK_ERR_EXISTS;
+  auto *n = static_cast<Node *>(std::malloc(sizeof(Node)));
+  if (!n) return TK_ERR_NO_MEMORY;
+  n->key = key;
+  n->data = data;
+  if (header(ht)->count + 1 > uint64{ht->size} * 2) grow(ht);
+  link_front(ht, n);
+  header(ht)->count++;
+  return TK_OK;
+}
+
+extern "C" tk_err_t tk_hashtable_64_get_first(tk_hashtable_64_t *ht, uint64 *key, void **data) {
+  tk_err_t rc;
+  if (tk::fault_hit("tk_hashtable_64_get_first", &rc)) return rc;
+  if (!valid(ht) || !key || !data) return TK_ERR_INVALID;
+  Node *n = header(ht)->count ? first_from(ht, 0) : nullptr;
+  if (!n) return TK_HASHTABLE_END;
+  *key = n->key;
+  *data = n->data;
+  return TK_OK;
+}
+
+extern "C" tk_err_t tk_hashtable_64_traverse(tk_hashtable_64_t *ht, uint64 key, uint64 *next_key, void **data) {
+  tk_err_t rc;
+  if (tk::fault_hit("tk_hashtable_64_traverse", &rc)) return rc;
+  if (!valid(ht) || !next_key || !data) return TK_ERR_INVALID;
+  Node *n = find_node(ht, key);
+  if (!n) return TK_ERR_NOT_FOUND;
+  Node *next = n->p_next ? n->p_next : first_from(ht, uint64{bucket_of(ht, key)} + 1);
+  if (!next) return TK_HASHTABLE_END;
+  *next_key = next->key;
+  *data = next->data;
+  return TK_OK;
+}
+
+// Frees the nodes and the buckets, never the data, and zeroes the struct so
+// that any later call on it reports TK_ERR_INVALID.
+extern "C" tk_err_t tk_hashtable_64_destroy(tk_hashtable_64_t *ht) {
+  tk_err_t rc;
+  if (tk::fault_hit("tk_hashtable_64_destroy", &rc)) return rc;
+  if (!valid(ht)) return TK_ERR_INVALID;
+  for (uint32 b = 0; b < ht->size; b++) {
+    for (Node *n = ht->hash_array[b]; n;) {
+      Node *next = n->p_next;
+      std::free(n);
+      n = next;
+    }
+  }
+  free_buckets(ht->hash_array);
+  *ht = tk_hashtable_64_t{};
+  return TK_OK;
+}

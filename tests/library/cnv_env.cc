@@ -1,0 +1,114 @@
+// Test harness for the conversion library: see cnv_env.h.
+#include "cnv_env.h"
+
+#include <dlfcn.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <regex>
+
+#include "devroot.h"
+#include "kvs_admin.h"
+#include "test_support.h"
+
+namespace cnv {
+
+namespace fs = std::filesystem;
+
+Env &Env::get() {
+  static Env env;
+  return env;
+}
+
+void *Env::sym(const char *name) const { return handle ? dlsym(handle, name) : nullptr; }
+
+void set_move(const std::string &from_version, const std::string &to_version) {
+  const Env &e = Env::get();
+  std::string from = e.root + "/from.reldesc", to = e.root + "/to.reldesc";
+  testsupport::write_file(from, from_version.empty() ? "NAME=x\n" : "NAME=x\nSW_VERSION=" + from_version + "\n");
+  testsupport::write_file(to, to_version.empty() ? "NAME=x\n" : "NAME=x\nSW_VERSION=" + to_version + "\n");
+  setenv("OVERSEER_FROM_RELDESC_PATH", from.c_str(), 1);
+  setenv("OVERSEER_TO_RELDESC_PATH", to.c_str(), 1);
+}
+
+std::string take_log() {
+  std::string path = Env::get().bootflash + "/wayshunt_cnv.log";
+  std::string text = testsupport::read_file(path);
+  unlink(path.c_str());
+  return text;
+}
+
+std::string normalized(const std::string &log) {
+  static const std::regex line("\\(\\):[0-9]+ "), time("[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9:]{8} [0-9]{4}");
+  return std::regex_replace(std::regex_replace(log, line, "():N "), time, "<time>");
+}
+
+std::string runtime_url() { return "nonvolatile:" + Env::get().store_dir + "/wayshunt_runtime_ha"; }
+
+bool store_exists() { return fs::exists(Env::get().store_dir + "/wayshunt_runtime_ha.mdb"); }
+
+void make_store(const Records &records) {
+  std::string url = runtime_url();
+  kvs_remove(url.c_str());
+  ASSERT_EQ(kvs_create(url.c_str()), 0u);
+  retcode_t st = 0;
+  kvs_service_t s = kvs_open(url.c_str(), &st);
+  ASSERT_EQ(st, 0u);
+  for (const auto &[k, v] : records) {
+    kvs_datum_t kd{const_cast<char *>(k.data()), static_cast<unsigned>(k.size())};
+    kvs_datum_t vd{const_cast<char *>(v.data()), static_cast<unsigned>(v.size())};
+    ASSERT_EQ(kvs_store(s, KVS_STORE_REPLACE, &kd, &vd), 0u);
+  }
+  ASSERT_EQ(kvs_close(s), 0u);
+}
+
+Records read_store() {
+  Records r;
+  std::string url = runtime_url();
+  retcode_t st = 0;
+  kvs_service_t s = kvs_open(url.c_str(), &st);
+  EXPECT_EQ(st, 0u) << retcode2str(st);
+  if (st) return r;
+  for (auto k = kvs_move2location(s, KVS_LOC_FIRST, &st); k; k = kvs_move2location(s, KVS_LOC_NEXT, &st)) {
+    const kvs_datum_t *v = kvs_getvalue(s, &st);
+    r[Bytes(static_cast<const char *>(k->ptr), k->siz)] = v ? Bytes(static_cast<const char *>(v->ptr), v->siz) : "";
+  }
+  EXPECT_EQ(kvs_close(s), 0u);
+  return r;
+}
+
+Bytes hx(const std::string &hex) {
+  Bytes b;
+  std::string digits;
+  for (char c : hex)
+    if (!std::isspace(static_cast<unsigned char>(c))) digits += c;
+  for (size_t i = 0; i + 1 < digits.size(); i += 2) b += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+  return b;
+}
+
+std::string hex(const Bytes &b) {
+  std::string s;
+  char buf[4];
+  for (unsigned char c : b) {
+    std::snprintf(buf, sizeof buf, s.empty() ? "%02x" : " %02x", c);
+    s += buf;
+  }
+  return s;
+}
+
+retcode_t gsync_at(const std::string &path) {
+  auto f = Env::get().fn<retcode_t(char *, char *, char *, char *)>("convert_gsync");
+  std::string pkg = "wayshunt", to = "to", from = "from";
+  return f(const_cast<char *>(path.c_str()), pkg.data(), to.data(), from.data());
+}
+
+retcode_t gsync(const char *to, const char *from) {
+  auto f = Env::get().fn<retcode_t(char *, char *, char *, char *)>("convert_gsync");
+  std::string path = Env::get().store_dir, pkg = "wayshunt", t = to, fr = from;
+  return f(path.data(), pkg.data(), t.data(), fr.data());
+}
+
+}  // namespace cnv
