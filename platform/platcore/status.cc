@@ -47,7 +47,7 @@ constexpr Text kTexts[] = {
     {OVERSEER_ERR_BAD_PATH, "overseer: destination outside the standby's file system"},
     {OVERSEER_ERR_IO, "overseer: copy failed"},
     {OVERSEER_ERR_BAD_QUEUE, "overseer: hub queue not bound"},
-    {WAYSHUNT_CNV_ERR_VERSION, "wayshunt conversion: release version unknown (descriptor unset, missing or unparsable)"},
+    {WAYSHUNT_CNV_ERR_VERSION, "wayshunt conversion: no release version (descriptor unset, missing or unparsable)"},
 };
 
 }  // namespace

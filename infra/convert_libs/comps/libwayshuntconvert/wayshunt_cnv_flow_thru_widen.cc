@@ -25,10 +25,9 @@ extern "C" void wayshunt_cnv_upg_from_413_or_lower_process_flow_thru_entry(kvs_s
   // read nor marked for deletion.
   if (kvs_key_p->siz != sizeof(wayshunt_kvs_key_flow_thru_host_413_t)) return;
   memcpy(&entry_413, kvs_key_p->ptr, sizeof entry_413);
-  WAYSHUNT_CNV_TRACE("%s():%d FT Entry OLD: tgt PWWN: " WAYSHUNT_CNV_WWN_FMT ", host_pwwn: " WAYSHUNT_CNV_WWN_FMT
-                     ", key_sz = %u\n",
-                     WAYSHUNT_CNV_WWN_ARGS(entry_413.tgt_pwwn), WAYSHUNT_CNV_WWN_ARGS(entry_413.host_pwwn),
-                     kvs_key_p->siz);
+  WAYSHUNT_CNV_TRACE(
+      "%s():%d FT Entry OLD: tgt PWWN: " WAYSHUNT_CNV_WWN_FMT ", host_pwwn: " WAYSHUNT_CNV_WWN_FMT ", key_sz = %u\n",
+      WAYSHUNT_CNV_WWN_ARGS(entry_413.tgt_pwwn), WAYSHUNT_CNV_WWN_ARGS(entry_413.host_pwwn), kvs_key_p->siz);
   // Without memory for the new key the record keeps its old key: it is not
   // marked for deletion, so it is not lost.
   entry_421_p = (uchar *)wayshunt_cnv_malloc(sizeof(wayshunt_kvs_key_flow_thru_host_t));

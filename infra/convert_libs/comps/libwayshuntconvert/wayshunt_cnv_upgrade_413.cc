@@ -3,11 +3,12 @@
 // entries repaired, ELS ACL entries given their slot); after the walk the
 // widened keys are stored, the physical and virtual entries of each target
 // are resolved, and the store is closed.
+#include "wayshunt_cnv_upgrade_413.h"
+
 #include <stdlib.h>
 #include <string.h>
 
 #include "wayshunt_cnv_log.h"
-#include "wayshunt_cnv_upgrade_413.h"
 
 extern "C" {
 

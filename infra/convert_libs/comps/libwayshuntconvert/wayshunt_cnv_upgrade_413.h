@@ -21,16 +21,18 @@ typedef struct wayshunt_cnv_413_acl_rw_node_ {
 } wayshunt_cnv_413_acl_rw_node_t;
 
 /* ---- record processors of the walk ---- */
-WAYSHUNT_CNV_EXPORT void wayshunt_cnv_upg_from_413_or_lower_process_flow_thru_entry(
-    kvs_service_t service, const kvs_datum_t *kvs_key_p, const kvs_datum_t *kvs_data_p,
-    tk_cqueue_t *flow_thru_entry_q_p, wayshunt_bool_t *del_key_p);
+WAYSHUNT_CNV_EXPORT void wayshunt_cnv_upg_from_413_or_lower_process_flow_thru_entry(kvs_service_t service,
+                                                                                    const kvs_datum_t *kvs_key_p,
+                                                                                    const kvs_datum_t *kvs_data_p,
+                                                                                    tk_cqueue_t *flow_thru_entry_q_p,
+                                                                                    wayshunt_bool_t *del_key_p);
 WAYSHUNT_CNV_EXPORT void wayshunt_cnv_upg_from_413_or_lower_process_acl_rw_entry(kvs_service_t service,
-                                                                                const kvs_datum_t *kvs_key_p,
-                                                                                const kvs_datum_t *kvs_data_p,
-                                                                                tk_hashtable_64_t *tgt_ht_p);
-WAYSHUNT_CNV_EXPORT void wayshunt_cnv_upg_from_413_or_lower_process_acl_els_entry(kvs_service_t service,
                                                                                  const kvs_datum_t *kvs_key_p,
-                                                                                 const kvs_datum_t *kvs_data_p);
+                                                                                 const kvs_datum_t *kvs_data_p,
+                                                                                 tk_hashtable_64_t *tgt_ht_p);
+WAYSHUNT_CNV_EXPORT void wayshunt_cnv_upg_from_413_or_lower_process_acl_els_entry(kvs_service_t service,
+                                                                                  const kvs_datum_t *kvs_key_p,
+                                                                                  const kvs_datum_t *kvs_data_p);
 WAYSHUNT_CNV_EXPORT slot_num_t wayshunt_cnv_get_slot_no_from_if_index(if_index_t if_index);
 
 /* ---- target table and trunk fix-up ---- */
@@ -50,15 +52,22 @@ WAYSHUNT_CNV_EXPORT void wayshunt_cnv_413_release_tgt_table(tk_hashtable_64_t *t
 /* Scratch space of the indexed fix-up, grown as chains need it and kept for
  * the length of one fix-up. All zero before the first chain. */
 typedef struct wayshunt_cnv_413_chain_index_ {
-  uint32 cap;                             /* nodes the arrays below hold */
-  wayshunt_cnv_413_acl_rw_node_t **node;  /* the chain, in chain order */
-  uint32 *grp_next;                       /* next node of the same group, or UINT32_MAX */
-  uint32 *grp_head;                       /* first node of the node's group */
-  uint32 *grp_tail;                       /* of a group's first node: its last node so far */
-  uint32 slots;                           /* size of the open-addressing table, a power of two */
-  uint32 *slot;                           /* first node of a group, or UINT32_MAX for a free slot */
+  uint32 cap;                            /* nodes the arrays below hold */
+  wayshunt_cnv_413_acl_rw_node_t **node; /* the chain, in chain order */
+  uint32 *grp_next;                      /* next node of the same group, or UINT32_MAX */
+  uint32 *grp_head;                      /* first node of the node's group */
+  uint32 *grp_tail;                      /* of a group's first node: its last node so far */
+  uint32 slots;                          /* slots allocated; a chain uses a power of two of them */
+  uint32 *slot;                          /* first node of a group, or UINT32_MAX for a free slot */
 } wayshunt_cnv_413_chain_index_t;
 
+/* Slots of the open-addressing table for a chain of n nodes. */
+WAYSHUNT_CNV_EXPORT uint64 wayshunt_cnv_413_chain_index_slots(uint32 n);
+/* Makes room for a chain of n nodes; 0 when there is no memory. */
+WAYSHUNT_CNV_EXPORT int wayshunt_cnv_413_chain_index_reserve(wayshunt_cnv_413_chain_index_t *ix_p, uint32 n);
+/* Indexes the n nodes of the chain at head_p; returns how many it took. */
+WAYSHUNT_CNV_EXPORT uint32 wayshunt_cnv_413_chain_index_build(wayshunt_cnv_413_chain_index_t *ix_p,
+                                                              wayshunt_cnv_413_acl_rw_node_t *head_p, uint32 n);
 /* Resolves the chain at head_p with the same outcomes and saves, in the
  * same order, as the full scan, visiting only the entries of each group.
  * Non-zero when there was no memory for the index: then nothing was changed
