@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Installs the build into a fresh prefix and builds two consumers of the
+# library there, one through find_package and one through pkg-config, and
+# runs both.   check_install.sh <build dir> <source dir of this test>
+set -euo pipefail
+build=$1 here=$2
+prefix=$(mktemp -d)
+trap 'rm -rf "$prefix"' EXIT
+cmake --install "$build" --prefix "$prefix" >/dev/null
+for f in lib/libconvertwayshunt.so lib/convertwayshunt-trace/libconvertwayshunt.so lib/libplatcore.so \
+         lib/libportmap.so lib/libtoolkit.so include/wayshunt/wayshunt_cnv.h include/wayshunt/kvs_defs.h; do
+  [ -e "$prefix/$f" ] || { echo "not installed: $f"; exit 1; }
+done
+# A C compiler reads the library's headers as C, too.
+cmake -S "$here/consumer" -B "$prefix/consumer" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$prefix/consumer" >/dev/null
+"$prefix/consumer/consumer"
+PKG_CONFIG_PATH="$prefix/lib/pkgconfig" cc -o "$prefix/pc-consumer" "$here/consumer/main.c" \
+  $(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs convertwayshunt) -Wl,-rpath,"$prefix/lib"
+"$prefix/pc-consumer"
