@@ -39,7 +39,7 @@ void prepare(bool gate_open) {
     return;
   }
   std::string lib = testsupport::bin_dir() + "/../lib/gate-" + (gate_open ? "open" : "shut") + "/libconvertwayshunt.so";
-  e.handle = dlopen(lib.c_str(), RTLD_LAZY | RTLD_LOCAL);
+  e.handle = dlopen(lib.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (!e.handle) {
     e.why_not = std::string("cannot load the library: ") + dlerror();
     return;

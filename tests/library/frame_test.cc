@@ -215,6 +215,14 @@ TEST(Frame, ExportsItsFunctionsButNotItsPrivateState) {
       "wayshunt_cnv_get_timestamp_str", "wayshunt_cnv_handle_downgrade_for_runtime_kvs",
       "wayshunt_cnv_handle_upgrade_for_runtime_kvs", "wayshunt_cnv_print_kvs_entries",
       "wayshunt_cnv_config_downgrade_to_3_2", "wayshunt_cnv_config_downgrade_to_413_or_lower", "wayshunt_cnv_malloc",
+      "wayshunt_cnv_config_upgrade_from_413_or_lower", "wayshunt_cnv_upg_from_413_or_lower_process_flow_thru_entry",
+      "wayshunt_cnv_upg_from_413_or_lower_process_acl_rw_entry",
+      "wayshunt_cnv_upg_from_413_or_lower_process_acl_els_entry", "wayshunt_cnv_get_slot_no_from_if_index",
+      "wayshunt_cnv413_upg_add_entry_to_tgt_hash", "wayshunt_cnv_upgrade_from_413_fix_trunk_entries",
+      "wayshunt_cnv_upgrade_from_41_acl_rw_save_entry", "wayshunt_cnv_config_upgrade_from_32",
+      "wayshunt_cnv_upgrade_from_32_fix_trunk_entries_build_tgt_ht", "wayshunt_cnv_upgrade_from_32_fix_trunk_entries",
+      "wayshunt_handle_downgrade", "wayshunt_cnv_decom_switch", "wayshunt_cnv_sync_kvs_to_standby",
+      "wayshunt_cnv_sync_file_to_standby",
   };
   for (const char *name : exported) EXPECT_NE(Env::get().sym(name), nullptr) << name;
   for (const char *name : {"wayshunt_cnv_uri_complete", "err_fp", "debug"})

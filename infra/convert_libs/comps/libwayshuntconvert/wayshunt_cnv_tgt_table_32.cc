@@ -1,0 +1,127 @@
+// Trunk fix-up of the upgrade from 3.2. Each target chain is taken in chain
+// order; every entry without WAYSHUNT_ACL_FLAG_PHYSICAL (whatever its
+// WAYSHUNT_ACL_FLAG_VIRTUAL says) needs a physical partner in its chain: the
+// same src_sid_wwn and src_did_wwn on the same slot, the slots looked up
+// afresh from if_index. An entry without a partner turns physical, in the
+// node at once and in the store as an 84-byte record under key type 55. A
+// lookup that fails, or gives slot 255, ends the whole fix-up there.
+#include <stdlib.h>
+#include <string.h>
+
+#include "portmap.h"
+#include "wayshunt_cnv_log.h"
+#include "wayshunt_cnv_upgrade_32.h"
+
+extern "C" {
+
+// With the debug gate open every candidate of the partner search is traced,
+// so the search scans the whole chain. With the gate shut it goes through an
+// index of the chain's source pairs (wayshunt_cnv_trunk_index_32.cc), which
+// looks up the same slots in the same order, so that the stores and the
+// point where a failed lookup ends the fix-up are the same; a chain whose
+// index finds no memory is scanned whole.
+void wayshunt_cnv_upgrade_from_32_fix_trunk_entries(kvs_service_t service, tk_hashtable_64_t *tgt_ht_p) {
+  wwn_t tgt_pwwn;
+  void *data_p = NULL;
+  wayshunt_cnv_32_acl_rw_node_t *head_p, *virt_node_p, *phy_node_p;
+  slot_num_t slot_num, phy_slot_num;
+  wayshunt_kvs_key_rw_acl_entry_t kvs_acl_32_key;
+  wayshunt_kvs_data_rw_acl_entry_32_t kvs_acl_32_data;
+  kvs_datum_t kvs_key, kvs_data;
+  tk_err_t tk_err;
+  retcode_t rc = 0;
+  wayshunt_cnv_32_chain_index_t ix;
+  int indexed, found;
+  uint32 i;
+
+  if (tgt_ht_p == NULL) {
+    WAYSHUNT_CNV_TRACE("%s():%d NULL tgt_ht_p\n");
+    return;
+  }
+  memset(&kvs_acl_32_key, 0, sizeof kvs_acl_32_key);
+  kvs_acl_32_key.key_type.kvs_type = WAYSHUNT_KVS_KEY_ACL_RW_1;
+  memset(&kvs_acl_32_data, 0, sizeof kvs_acl_32_data);
+  kvs_key.ptr = &kvs_acl_32_key;
+  kvs_key.siz = sizeof kvs_acl_32_key;
+  kvs_data.ptr = &kvs_acl_32_data;
+  kvs_data.siz = sizeof kvs_acl_32_data;
+  memset(&ix, 0, sizeof ix);
+  tgt_pwwn.num = 0;
+
+  for (tk_err = tk_hashtable_64_get_first(tgt_ht_p, &tgt_pwwn.num, &data_p);;
+       tk_err = tk_hashtable_64_traverse(tgt_ht_p, tgt_pwwn.num, &tgt_pwwn.num, &data_p)) {
+    if (tk_err == TK_HASHTABLE_END) {
+      WAYSHUNT_CNV_TRACE("%s():%d  No more Tgts\n");
+      break;
+    }
+    if (tk_err != 0) break;
+    head_p = (wayshunt_cnv_32_acl_rw_node_t *)data_p;
+    if (head_p == NULL) continue;
+    indexed = !debug && wayshunt_cnv_32_chain_index_build(&ix, head_p) == 0;
+    for (virt_node_p = head_p, i = 0; virt_node_p != NULL; virt_node_p = virt_node_p->nxt_p, i++) {
+      slot_num = WAYSHUNT_SLOT_INVALID;
+      if (virt_node_p->entry.acl_flags & WAYSHUNT_ACL_FLAG_PHYSICAL) {
+        WAYSHUNT_CNV_TRACE("%s():%d PHYSICAL Entry.. Ignore\n");
+        continue;
+      }
+      rc = portmap_get_slot(virt_node_p->entry.if_index, &slot_num);
+      if (rc != 0 || slot_num == WAYSHUNT_SLOT_INVALID) {
+        WAYSHUNT_CNV_TRACE("%s():%d Failed to get slot num: %s 0x%x\n", retcode2str(rc), rc);
+        goto out;
+      }
+      WAYSHUNT_CNV_TRACE("%s():%d Virt Entry: %p slot_num = %u\n", (void *)virt_node_p, slot_num);
+      WAYSHUNT_CNV_TRACE_RW_ENTRY(&virt_node_p->entry);
+      WAYSHUNT_CNV_TRACE_KEY_LINE(virt_node_p);
+
+      if (indexed) {
+        found = wayshunt_cnv_32_chain_index_find_partner(&ix, i, slot_num, &rc);
+      } else {
+        found = WAYSHUNT_CNV_32_NO_PARTNER;
+        for (phy_node_p = head_p; phy_node_p != NULL; phy_node_p = phy_node_p->nxt_p) {
+          phy_slot_num = WAYSHUNT_SLOT_INVALID;
+          WAYSHUNT_CNV_TRACE("%s():%d Entry: %p\n", (void *)phy_node_p);
+          WAYSHUNT_CNV_TRACE_RW_ENTRY(&phy_node_p->entry);
+          WAYSHUNT_CNV_TRACE_KEY_LINE(phy_node_p);
+          if (phy_node_p == virt_node_p) continue;
+          if (!(phy_node_p->entry.acl_flags & WAYSHUNT_ACL_FLAG_PHYSICAL)) continue;
+          if (memcmp(&phy_node_p->entry.src_sid_wwn, &virt_node_p->entry.src_sid_wwn, sizeof(wwn_t)) != 0) continue;
+          if (memcmp(&phy_node_p->entry.src_did_wwn, &virt_node_p->entry.src_did_wwn, sizeof(wwn_t)) != 0) continue;
+          rc = portmap_get_slot(phy_node_p->entry.if_index, &phy_slot_num);
+          if (rc != 0 || phy_slot_num == WAYSHUNT_SLOT_INVALID) {
+            found = WAYSHUNT_CNV_32_LOOKUP_FAILED;
+            break;
+          }
+          WAYSHUNT_CNV_TRACE("%s():%d phy_slot_num = %u\n", phy_slot_num);
+          if (phy_slot_num == slot_num) {
+            found = WAYSHUNT_CNV_32_PARTNER;
+            break;
+          }
+        }
+      }
+      if (found == WAYSHUNT_CNV_32_LOOKUP_FAILED) {
+        WAYSHUNT_CNV_TRACE("%s():%d Failed to get slot num: %s 0x%x\n", retcode2str(rc), rc);
+        goto out;
+      }
+      if (found == WAYSHUNT_CNV_32_PARTNER) {
+        WAYSHUNT_CNV_TRACE("%s():%d Found Physical Entry\n");
+        WAYSHUNT_CNV_TRACE("%s():%d Found Physical Entry - Process next Virtual Entry\n");
+        continue;
+      }
+
+      WAYSHUNT_CNV_TRACE("%s():%d Physical Entry NOT Found");
+      virt_node_p->entry.acl_flags &= ~WAYSHUNT_ACL_FLAG_VIRTUAL;
+      virt_node_p->entry.acl_flags |= WAYSHUNT_ACL_FLAG_PHYSICAL;
+      WAYSHUNT_CNV_TRACE("%s():%d New Flags 0x%08x\n", virt_node_p->entry.acl_flags);
+      kvs_acl_32_key.acl_hash_key_lower = virt_node_p->kvs_hash_key_lower;
+      memcpy(&kvs_acl_32_data, &virt_node_p->entry, sizeof kvs_acl_32_data);
+      rc = kvs_store(service, KVS_STORE_REPLACE, &kvs_key, &kvs_data);
+      if (rc != 0) WAYSHUNT_CNV_TRACE("%s():%d KVS Store Failed: %s 0x%x\n", retcode2str(rc), rc);
+      // The node counts as physical from now on, whether or not the store
+      // took the record.
+      if (indexed) wayshunt_cnv_32_chain_index_now_physical(&ix, i);
+    }
+  }
+out:
+  wayshunt_cnv_32_chain_index_free(&ix);
+}
+}
