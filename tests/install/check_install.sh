@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Installs the build into a fresh prefix and builds two consumers of the
 # library there, one through find_package and one through pkg-config, and
-# runs both.   check_install.sh <build dir> <source dir of this test>
+# runs both. A sanitized build's library needs consumers built the same way.
+#   check_install.sh <build dir> <source dir of this test> [compiler flags]
 set -euo pipefail
-build=$1 here=$2
+build=$1 here=$2 flags=${3:-}
 prefix=$(mktemp -d)
 trap 'rm -rf "$prefix"' EXIT
 cmake --install "$build" --prefix "$prefix" >/dev/null
@@ -12,9 +13,9 @@ for f in lib/libconvertwayshunt.so lib/convertwayshunt-trace/libconvertwayshunt.
   [ -e "$prefix/$f" ] || { echo "not installed: $f"; exit 1; }
 done
 # A C compiler reads the library's headers as C, too.
-cmake -S "$here/consumer" -B "$prefix/consumer" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake -S "$here/consumer" -B "$prefix/consumer" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_FLAGS="$flags" >/dev/null
 cmake --build "$prefix/consumer" >/dev/null
 "$prefix/consumer/consumer"
-PKG_CONFIG_PATH="$prefix/lib/pkgconfig" cc -o "$prefix/pc-consumer" "$here/consumer/main.c" \
+PKG_CONFIG_PATH="$prefix/lib/pkgconfig" cc $flags -o "$prefix/pc-consumer" "$here/consumer/main.c" \
   $(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs convertwayshunt) -Wl,-rpath,"$prefix/lib"
 "$prefix/pc-consumer"
