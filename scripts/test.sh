@@ -29,10 +29,12 @@ for v in "${variants[@]}"; do
   export ASAN_OPTIONS="detect_leaks=1:halt_on_error=1:log_path=$reports/asan"
   export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1:log_path=$reports/ubsan"
   echo "== $v tests"
-  (cd "$build" && ctest --output-on-failure -j "$jobs" --timeout 300)
+  rc=0
+  (cd "$build" && ctest --output-on-failure -j "$jobs" --timeout 300) || rc=$?
   if [ -n "$(ls -A "$reports")" ]; then
     echo "== sanitizer reports in the $v run:" >&2
     cat "$reports"/* >&2
-    exit 1
+    rc=1
   fi
+  [ "$rc" -eq 0 ] || exit "$rc"
 done

@@ -12,7 +12,7 @@ extern char **environ;
 
 namespace tooltest {
 
-Run run_tool(const std::vector<std::string> &args) {
+Run run_tool(const std::vector<std::string> &args, const std::string &stdin_path) {
   testsupport::TempDir dir;
   std::string out = dir / "out", err = dir / "err";
   std::vector<std::string> argv = {testsupport::bin_dir() + "/wayshunt-convert"};
@@ -23,7 +23,7 @@ Run run_tool(const std::vector<std::string> &args) {
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, 0, stdin_path.c_str(), O_RDONLY, 0);
   posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
   Run r;

@@ -13,7 +13,8 @@ struct Run {
   std::string out, err;
 };
 
-Run run_tool(const std::vector<std::string> &args);
+// stdin_path: the file the tool reads as its standard input.
+Run run_tool(const std::vector<std::string> &args, const std::string &stdin_path = "/dev/null");
 
 }  // namespace tooltest
 
