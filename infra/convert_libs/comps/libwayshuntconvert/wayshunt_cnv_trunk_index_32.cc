@@ -36,7 +36,7 @@ void wayshunt_cnv_32_chain_index_free(wayshunt_cnv_32_chain_index_t *ix_p) {
 
 // Room for n entries and an open-addressing table of at least 2n slots.
 // 0 when there is no memory, or n is too large to count in bytes.
-static int wayshunt_cnv_32_chain_index_reserve(wayshunt_cnv_32_chain_index_t *ix_p, uint32 n) {
+int wayshunt_cnv_32_chain_index_reserve(wayshunt_cnv_32_chain_index_t *ix_p, uint32 n) {
   uint64 slots = 16;
   while (slots < 2 * (uint64)n) slots *= 2;
   if (slots * sizeof(uint32) > UINT32_MAX || (uint64)n * sizeof(void *) > UINT32_MAX) return 0;
@@ -63,21 +63,21 @@ static int wayshunt_cnv_32_chain_index_reserve(wayshunt_cnv_32_chain_index_t *ix
   return 1;
 }
 
-static uint64 wayshunt_cnv_32_pair_hash(const wayshunt_kvs_data_rw_acl_entry_32_t *e) {
+uint64 wayshunt_cnv_32_pair_hash(const wayshunt_kvs_data_rw_acl_entry_32_t *e) {
   uint64 h = e->src_sid_wwn.num * 0x9e3779b97f4a7c15ull;
   h ^= e->src_did_wwn.num * 0xc2b2ae3d27d4eb4full;
   return h ^ (h >> 29) ^ (h >> 47);
 }
 
-static int wayshunt_cnv_32_same_pair(const wayshunt_kvs_data_rw_acl_entry_32_t *a,
-                                     const wayshunt_kvs_data_rw_acl_entry_32_t *b) {
+int wayshunt_cnv_32_same_pair(const wayshunt_kvs_data_rw_acl_entry_32_t *a,
+                              const wayshunt_kvs_data_rw_acl_entry_32_t *b) {
   return memcmp(&a->src_sid_wwn, &b->src_sid_wwn, sizeof(wwn_t)) == 0 &&
          memcmp(&a->src_did_wwn, &b->src_did_wwn, sizeof(wwn_t)) == 0;
 }
 
 // The first entry of the source pair of entry i, which becomes that first
 // entry itself when the pair is new.
-static uint32 wayshunt_cnv_32_pair_of(wayshunt_cnv_32_chain_index_t *ix_p, uint32 i) {
+uint32 wayshunt_cnv_32_pair_of(wayshunt_cnv_32_chain_index_t *ix_p, uint32 i) {
   const wayshunt_kvs_data_rw_acl_entry_32_t *e = &ix_p->node[i]->entry;
   uint32 mask = ix_p->slots - 1;
   for (uint32 s = (uint32)wayshunt_cnv_32_pair_hash(e) & mask;; s = (s + 1) & mask) {

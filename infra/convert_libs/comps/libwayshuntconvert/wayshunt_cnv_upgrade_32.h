@@ -65,6 +65,13 @@ WAYSHUNT_CNV_EXPORT int wayshunt_cnv_32_chain_index_find_partner(wayshunt_cnv_32
 WAYSHUNT_CNV_EXPORT void wayshunt_cnv_32_chain_index_now_physical(wayshunt_cnv_32_chain_index_t *ix_p, uint32 i);
 /* Releases the scratch space and zeroes it. */
 WAYSHUNT_CNV_EXPORT void wayshunt_cnv_32_chain_index_free(wayshunt_cnv_32_chain_index_t *ix_p);
+/* Parts of the index: room for n entries, the hash and equality of a source
+ * pair, and the first entry of entry i's source pair. */
+WAYSHUNT_CNV_EXPORT int wayshunt_cnv_32_chain_index_reserve(wayshunt_cnv_32_chain_index_t *ix_p, uint32 n);
+WAYSHUNT_CNV_EXPORT uint64 wayshunt_cnv_32_pair_hash(const wayshunt_kvs_data_rw_acl_entry_32_t *e);
+WAYSHUNT_CNV_EXPORT int wayshunt_cnv_32_same_pair(const wayshunt_kvs_data_rw_acl_entry_32_t *a,
+                                                  const wayshunt_kvs_data_rw_acl_entry_32_t *b);
+WAYSHUNT_CNV_EXPORT uint32 wayshunt_cnv_32_pair_of(wayshunt_cnv_32_chain_index_t *ix_p, uint32 i);
 
 #ifdef __cplusplus
 }
