@@ -1,7 +1,8 @@
 /* Status codes of the platform libraries and their texts.
  *
  * retcode_t 0 is success. Each component has a code space of its own:
- *   0x0000001x  toolkit containers (tk_err_t, see toolkit.h)
+ *   19          end of a toolkit table walk (TK_HASHTABLE_END)
+ *   0x4010xxxx  toolkit containers (tk_err_t, see toolkit.h)
  *   0x4000xxxx  platform-wide
  *   0x4048xxxx  runtime store (kvs)
  *   0x4050xxxx  interface-to-slot map (portmap)

@@ -17,14 +17,14 @@ extern "C" {
 typedef uint32_t tk_err_t;
 
 #define TK_OK 0u
-#define TK_ERR_INVALID 16u   /* null container or argument, or bucket count 0 */
-#define TK_ERR_NO_MEMORY 17u /* out of memory */
-#define TK_ERR_EMPTY 18u     /* dequeue from an empty queue */
-#define TK_HASHTABLE_END 19u /* table walk is over (or the table is empty) */
-#define TK_ERR_NOT_FOUND 20u /* no such key in the table */
-#define TK_ERR_EXISTS 21u    /* insert of a key that is already in the table */
-#define TK_ERR_FULL 22u      /* enqueue on a queue at its max_len */
-#define TK_ERR_NOT_EMPTY 23u /* destroy of a queue that still held items (they were dropped) */
+#define TK_ERR_INVALID 0x40100001u   /* null container or argument, or bucket count 0 */
+#define TK_ERR_NO_MEMORY 0x40100002u /* out of memory */
+#define TK_ERR_EMPTY 0x40100003u     /* dequeue from an empty queue */
+#define TK_HASHTABLE_END 19u         /* table walk is over (or the table is empty) */
+#define TK_ERR_NOT_FOUND 0x40100005u /* no such key in the table */
+#define TK_ERR_EXISTS 0x40100006u    /* insert of a key that is already in the table */
+#define TK_ERR_FULL 0x40100007u      /* enqueue on a queue at its max_len */
+#define TK_ERR_NOT_EMPTY 0x40100008u /* destroy of a queue that still held items (they were dropped) */
 
 /* ---- queue ---- */
 

@@ -231,7 +231,7 @@ const Case kFixUp[] = {
     {"a failed table walk ends the fix-up at once", {{'A', ISL | VIR, "11", fc(2, 1)}}, "",
      "tk_hashtable_64_get_first:1", ""},
     {"open fails", {{'A', ISL | VIR, "11", fc(2, 1)}}, "", "kvs_open=0x4048000a", "", KVS_ERR_IO},
-    {"table init fails: store closed, unchanged", {{'A', ISL | VIR, "11", fc(2, 1)}}, "", "tk_hashtable_64_init=17",
+    {"table init fails: store closed, unchanged", {{'A', ISL | VIR, "11", fc(2, 1)}}, "", "tk_hashtable_64_init=0x40100002",
      "", TK_ERR_NO_MEMORY},
     {"close fails, its status goes up", {{'A', ISL | VIR, "11", fc(2, 1)}}, "", "kvs_close=0x40480009", "fc2/1 =A",
      KVS_ERR_NO_SPACE},

@@ -1,0 +1,31 @@
+// The <store> argument of every command: a store URL
+// "nonvolatile:<dir>/<name>", the store's data file "<dir>/<name>.mdb", or a
+// folder that holds (or will hold) the runtime store wayshunt_runtime_ha.
+#ifndef TOOLS_WAYSHUNT_CONVERT_STORE_ARG_H
+#define TOOLS_WAYSHUNT_CONVERT_STORE_ARG_H
+
+#include <string>
+
+namespace wsc {
+
+// The name of the service's runtime store, taken when a folder is given.
+inline constexpr const char *kRuntimeStoreName = "wayshunt_runtime_ha";
+
+struct StoreRef {
+  std::string url;   // nonvolatile:<dir>/<name>
+  std::string file;  // its data file, PLAT_KVS_ROOT applied
+};
+
+// Throws ToolError when arg is none of the three forms. A path is made
+// absolute; with PLAT_KVS_ROOT set it must lie below that folder, since the
+// store then takes every URL relative to it.
+StoreRef resolve_store(const std::string &arg);
+
+// The three forms of a <store> argument, and its help text.
+inline constexpr const char *kStoreForms =
+    "nonvolatile:<dir>/<name>, <dir>/<name>.mdb, or a folder holding wayshunt_runtime_ha.mdb";
+inline const std::string kStoreArgHelp = std::string("The store: ") + kStoreForms;
+
+}  // namespace wsc
+
+#endif
