@@ -3,6 +3,9 @@
 #ifndef TESTS_TOOL_TOOL_RUN_H
 #define TESTS_TOOL_TOOL_RUN_H
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -15,6 +18,15 @@ struct Run {
 
 // stdin_path: the file the tool reads as its standard input.
 Run run_tool(const std::vector<std::string> &args, const std::string &stdin_path = "/dev/null");
+
+inline bool has(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
+
+// A refused command: exit status 2 and one line on stderr naming the fault.
+inline void expect_refused(const Run &r, const std::string &message) {
+  EXPECT_EQ(r.status, 2) << message << "\n" << r.out;
+  EXPECT_TRUE(has(r.err, message)) << message << "\n" << r.err;
+  EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+}
 
 }  // namespace tooltest
 
