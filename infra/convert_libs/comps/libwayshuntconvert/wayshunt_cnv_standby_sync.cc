@@ -4,26 +4,18 @@
 #include "overseer.h"
 #include "wayshunt_cnv_decom.h"
 #include "wayshunt_cnv_log.h"
+#include "wayshunt_stored_files.h"
 
 // Seconds the platform may take for one copy.
 #define WAYSHUNT_CNV_GSYNC_TIMEOUT 60
 
-static const char *const wayshunt_cnv_standby_files[] = {
-    "/mnt/kvs/wayshunt_oper_cfg.dat",          "/mnt/kvs/wayshunt_oper_cfg.kvs",
-    "/mnt/kvs/wayshunt_oper_cfg.map",          "/mnt/kvs/wayshunt_target_config.dat",
-    "/mnt/kvs/wayshunt_target_config.kvs",     "/mnt/kvs/wayshunt_target_config.map",
-    "/mnt/kvs/wayshunt_pending_del_config.dat", "/mnt/kvs/wayshunt_pending_del_config.kvs",
-    "/mnt/kvs/wayshunt_pending_del_config.map", "/mnt/kvs/wayshunt_tgt_cfg_v2.dat",
-    "/mnt/kvs/wayshunt_tgt_cfg_v2.kvs",        "/mnt/kvs/wayshunt_tgt_cfg_v2.map",
-};
 
 extern "C" {
 
 void wayshunt_cnv_sync_kvs_to_standby(hub_q_handle_t hub_q) {
   uint32 i;
   // The paths are only read on the way down.
-  for (i = 0; i < sizeof wayshunt_cnv_standby_files / sizeof wayshunt_cnv_standby_files[0]; i++)
-    wayshunt_cnv_sync_file_to_standby(hub_q, (uchar *)wayshunt_cnv_standby_files[i]);
+  for (i = 0; i < WAYSHUNT_STORED_FILE_COUNT; i++) wayshunt_cnv_sync_file_to_standby(hub_q, (uchar *)wayshunt_stored_files[i]);
 }
 
 void wayshunt_cnv_sync_file_to_standby(hub_q_handle_t hub_q, uchar *file_path) {
