@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <set>
 
-#include "plat_ctl.h"
+#include "plat_hooks.h"
 #include "status.h"
 #include "test_support.h"
 #include "toolkit.h"
