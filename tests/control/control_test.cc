@@ -9,6 +9,7 @@
 #include "status.h"
 #include "test_support.h"
 #include "toolkit.h"
+#include "wayshunt_cnv.h"
 
 namespace {
 
