@@ -1,4 +1,6 @@
-// Target table of the upgrade from 4.1.3 or lower, and its trunk fix-up.
+// Target table of the upgrade from 4.1.3 or lower: the chain insertion (the
+// build is the walk's RW ACL repair, wayshunt_cnv_rw_repair.cc), the release
+// of its nodes, and its trunk fix-up. Mirrors wayshunt_cnv_tgt_table_32.cc.
 //
 // During the walk every repaired RW ACL entry with both
 // WAYSHUNT_ACL_FLAG_PHYSICAL and WAYSHUNT_ACL_FLAG_ISL is copied into one
@@ -43,6 +45,21 @@ void wayshunt_cnv413_upg_add_entry_to_tgt_hash(tk_hashtable_64_t *tgt_ht_p, ways
     return;
   }
   WAYSHUNT_CNV_TRACE("%s():%d Inserted new entry\n");
+}
+
+void wayshunt_cnv_413_release_tgt_table(tk_hashtable_64_t *tgt_ht_p) {
+  uint64 tgt_pwwn = 0;
+  void *data_p = NULL;
+  tk_err_t rc = tk_hashtable_64_get_first(tgt_ht_p, &tgt_pwwn, &data_p);
+  while (rc == 0) {
+    wayshunt_cnv_413_acl_rw_node_t *node_p = (wayshunt_cnv_413_acl_rw_node_t *)data_p;
+    while (node_p != NULL) {
+      wayshunt_cnv_413_acl_rw_node_t *nxt_p = node_p->nxt_p;
+      free(node_p);
+      node_p = nxt_p;
+    }
+    rc = tk_hashtable_64_traverse(tgt_ht_p, tgt_pwwn, &tgt_pwwn, &data_p);
+  }
 }
 
 void wayshunt_cnv_upgrade_from_41_acl_rw_save_entry(kvs_service_t service, uint64 kvs_hash_key_lower,

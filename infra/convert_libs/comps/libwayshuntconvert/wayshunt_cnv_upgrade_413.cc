@@ -12,21 +12,6 @@
 
 extern "C" {
 
-void wayshunt_cnv_413_release_tgt_table(tk_hashtable_64_t *tgt_ht_p) {
-  uint64 tgt_pwwn = 0;
-  void *data_p = NULL;
-  tk_err_t rc = tk_hashtable_64_get_first(tgt_ht_p, &tgt_pwwn, &data_p);
-  while (rc == 0) {
-    wayshunt_cnv_413_acl_rw_node_t *node_p = (wayshunt_cnv_413_acl_rw_node_t *)data_p;
-    while (node_p != NULL) {
-      wayshunt_cnv_413_acl_rw_node_t *nxt_p = node_p->nxt_p;
-      free(node_p);
-      node_p = nxt_p;
-    }
-    rc = tk_hashtable_64_traverse(tgt_ht_p, tgt_pwwn, &tgt_pwwn, &data_p);
-  }
-}
-
 retcode_t wayshunt_cnv_config_upgrade_from_413_or_lower(const char *kvs_url) {
   kvs_service_t service;
   const kvs_datum_t *pkey;
