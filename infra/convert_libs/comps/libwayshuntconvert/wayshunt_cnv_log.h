@@ -16,6 +16,12 @@
     if (debug) wayshunt_cnv_log_write(format, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
   } while (0)
 
+/* A trace on behalf of the step named func. */
+#define WAYSHUNT_CNV_TRACE_AS(func, format, ...)                                      \
+  do {                                                                                \
+    if (debug) wayshunt_cnv_log_write(format, func, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
+  } while (0)
+
 #define WAYSHUNT_CNV_ERROR(format, ...) wayshunt_cnv_log_write(format, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 
 /* The eight bytes of a worldwide name, for "%02x:...:%02x" (8 times). */

@@ -9,12 +9,16 @@
 // afresh from if_index. An entry without a partner turns physical, in the
 // node at once and in the store as an 84-byte record under key type 55. A
 // lookup that fails, or gives slot 255, ends the whole fix-up there.
+#include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "portmap.h"
 #include "wayshunt_cnv_log.h"
 #include "wayshunt_cnv_upgrade_32.h"
+
+// The chains are linked and released through nxt_p (wayshunt_cnv_tgt_chains.cc).
+static_assert(offsetof(wayshunt_cnv_32_acl_rw_node_t, nxt_p) == 0);
 
 extern "C" {
 
@@ -24,19 +28,20 @@ int32 wayshunt_cnv_upgrade_from_32_fix_trunk_entries_build_tgt_ht(kvs_service_t 
   wayshunt_kvs_key_rw_acl_entry_t acl_key;
   wayshunt_kvs_data_rw_acl_entry_32_t acl_32;
   wayshunt_cnv_32_acl_rw_node_t *node_p;
-  void *prev_p;
 
   pkey = kvs_move2location(service, KVS_LOC_FIRST, &rcode);
   if (rcode == KVS_ERR_NO_KEY || pkey == NULL) return 0;
   for (;;) {
-    prev_p = NULL;
     if (pkey->ptr == NULL || pkey->siz == 0) goto next;
     if (((const uchar *)pkey->ptr)[0] != WAYSHUNT_KVS_KEY_ACL_RW_1) goto next;
     kvs_data_p = kvs_getvalue(service, &retcode);
     if (retcode != 0 || kvs_data_p == NULL || kvs_data_p->ptr == NULL || kvs_data_p->siz == 0) goto next;
-    // A key or value of type 55 shorter than its layout cannot be read
-    // whole: the record takes no part in this pass and stays as stored.
-    if (pkey->siz < sizeof acl_key || kvs_data_p->siz < sizeof acl_32) goto next;
+    // A value shorter than its layout cannot be read whole, and the fix-up
+    // writes an entry back under a 10-byte key built from this one's hash
+    // key bytes, so a key of any other size would not be this record's: the
+    // record takes no part in this pass and stays as stored. Both upgrade
+    // paths hold to this rule (see wayshunt_cnv_rw_repair.cc).
+    if (pkey->siz != sizeof acl_key || kvs_data_p->siz < sizeof acl_32) goto next;
     memcpy(&acl_key, pkey->ptr, sizeof acl_key);
     memcpy(&acl_32, kvs_data_p->ptr, sizeof acl_32);
     if (!(acl_32.acl_flags & WAYSHUNT_ACL_FLAG_ISL)) goto next;
@@ -49,19 +54,7 @@ int32 wayshunt_cnv_upgrade_from_32_fix_trunk_entries_build_tgt_ht(kvs_service_t 
     WAYSHUNT_CNV_TRACE("%s():%d Inserting new node into ht:\n");
     WAYSHUNT_CNV_TRACE_RW_ENTRY(&node_p->entry);
     WAYSHUNT_CNV_TRACE_KEY_LINE(node_p);
-    if (tk_hashtable_64_find(tgt_ht_p, acl_32.tgt_pwwn.num, &prev_p) == 0) {
-      wayshunt_cnv_32_acl_rw_node_t *head_p = (wayshunt_cnv_32_acl_rw_node_t *)prev_p;
-      node_p->nxt_p = head_p->nxt_p;
-      head_p->nxt_p = node_p;
-      WAYSHUNT_CNV_TRACE("%s():%d Inserted after head\n");
-    } else if (tk_hashtable_64_insert(tgt_ht_p, acl_32.tgt_pwwn.num, node_p) == 0) {
-      WAYSHUNT_CNV_TRACE("%s():%d Inserted new entry\n");
-    } else {
-      // A node that the table refused is in no chain, so the release walk
-      // would never reach it: it is freed here, untraced, and the entry
-      // takes no part in the fix-up, its record staying as stored.
-      free(node_p);
-    }
+    wayshunt_cnv_tgt_chain_insert(tgt_ht_p, acl_32.tgt_pwwn.num, node_p, __func__);
   next:
     pkey = kvs_move2location(service, KVS_LOC_NEXT, &rcode);
     if (rcode == KVS_ERR_NO_KEY) {
@@ -72,22 +65,7 @@ int32 wayshunt_cnv_upgrade_from_32_fix_trunk_entries_build_tgt_ht(kvs_service_t 
   }
 }
 
-void wayshunt_cnv_32_release_tgt_table(tk_hashtable_64_t *tgt_ht_p) {
-  wwn_t tgt_pwwn;
-  void *data_p = NULL;
-  wayshunt_cnv_32_acl_rw_node_t *node_p, *nxt_node_p;
-  tk_err_t rc;
-
-  tgt_pwwn.num = 0;
-  rc = tk_hashtable_64_get_first(tgt_ht_p, &tgt_pwwn.num, &data_p);
-  while (rc == 0) {
-    for (node_p = (wayshunt_cnv_32_acl_rw_node_t *)data_p; node_p != NULL; node_p = nxt_node_p) {
-      nxt_node_p = node_p->nxt_p;
-      free(node_p);
-    }
-    rc = tk_hashtable_64_traverse(tgt_ht_p, tgt_pwwn.num, &tgt_pwwn.num, &data_p);
-  }
-}
+void wayshunt_cnv_32_release_tgt_table(tk_hashtable_64_t *tgt_ht_p) { wayshunt_cnv_release_tgt_chains(tgt_ht_p); }
 
 // With the debug gate open every candidate of the partner search is traced,
 // so the search scans the whole chain. With the gate shut it goes through an

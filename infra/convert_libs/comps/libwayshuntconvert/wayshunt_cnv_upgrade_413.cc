@@ -124,11 +124,7 @@ retcode_t wayshunt_cnv_config_upgrade_from_413_or_lower(const char *kvs_url) {
     rc = tk_cq_dequeue_head(&flow_thru_entry_q, &entry_421_p, &cookie);
   }
 
-  // A dequeue that failed with keys still queued would leave them to the
-  // destroy, which drops them unfreed: they are taken out and freed unstored,
-  // up to the next failure.
-  if (rc != TK_ERR_EMPTY)
-    while (tk_cq_dequeue_head(&flow_thru_entry_q, &entry_421_p, &cookie) == 0) free((void *)entry_421_p);
+  wayshunt_cnv_free_queued_keys(&flow_thru_entry_q, rc);
   rc = tk_cq_destroy(&flow_thru_entry_q);
   wayshunt_cnv_upgrade_from_413_fix_trunk_entries(service, &tgt_ht);
   wayshunt_cnv_413_release_tgt_table(&tgt_ht);
