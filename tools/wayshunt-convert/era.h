@@ -25,6 +25,10 @@ inline Era era_from_name(const std::string &name) {
 }
 inline std::string era_name(Era e) { return kEraNames[static_cast<size_t>(e)]; }
 
+// The eras as operators read them, indexed like kEraNames.
+inline const std::vector<std::string> kEraTitles = {"3.2", "4.1.3 or lower", "4.2 and above"};
+inline std::string era_title(Era e) { return kEraTitles[static_cast<size_t>(e)]; }
+
 // Size of the flow-thru key in the era.
 inline size_t flow_thru_key_size(Era e) { return wayshunt_flow_thru_key_size(era_index(e)); }
 

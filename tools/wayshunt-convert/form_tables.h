@@ -51,6 +51,13 @@ const Form *find_value_form(const std::string &name);
 const Form *key_form(const Record &r);
 const Form *value_form(const Record &r);
 
+// The eras whose forms a record fits, one bit per era (bit WAYSHUNT_ERA_32
+// and so on): the type is stored in the era, and the key and value have the
+// sizes of the era's forms where the form is interpreted. A type the service
+// does not know fits every era.
+unsigned eras_fitting(const Record &r);
+inline constexpr unsigned kAllEras = (1u << WAYSHUNT_ERA_COUNT) - 1;
+
 }  // namespace wsc
 
 #endif
