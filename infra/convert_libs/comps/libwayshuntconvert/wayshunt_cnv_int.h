@@ -15,6 +15,9 @@ extern "C" {
 #endif
 
 #define WAYSHUNT_CNV_PRIVATE __attribute__((visibility("hidden")))
+/* A helper of one file, always inlined: every function of the library that
+ * stands by itself is exported (only wayshunt_cnv_uri_complete is not). */
+#define WAYSHUNT_CNV_INLINE static inline __attribute__((always_inline))
 
 /* ---- log ---- */
 extern WAYSHUNT_CNV_PRIVATE FILE *err_fp;

@@ -24,13 +24,13 @@ struct Listed {
 // called by themselves. Each leaves the list at its release.
 Listed *tables = NULL;
 
-Listed **find(const tk_hashtable_64_t *ht) {
+WAYSHUNT_CNV_INLINE Listed **find(const tk_hashtable_64_t *ht) {
   Listed **l = &tables;
   while (*l != NULL && (*l)->ht != ht) l = &(*l)->next;
   return l;
 }
 
-void free_chain(Link *p) {
+WAYSHUNT_CNV_INLINE void free_chain(Link *p) {
   while (p != NULL) {
     Link *nxt_p = p->nxt_p;
     free(p);
@@ -43,7 +43,7 @@ void free_chain(Link *p) {
 extern "C" {
 
 // Room to list one more head for ht: 0, or -1 when there is no memory.
-static int reserve(const tk_hashtable_64_t *ht) {
+WAYSHUNT_CNV_INLINE int reserve(const tk_hashtable_64_t *ht) {
   Listed **l = find(ht);
   if (*l == NULL) {
     *l = (Listed *)wayshunt_cnv_malloc(sizeof **l);
