@@ -67,6 +67,29 @@ int32 wayshunt_cnv_upgrade_from_32_fix_trunk_entries_build_tgt_ht(kvs_service_t 
 
 void wayshunt_cnv_32_release_tgt_table(tk_hashtable_64_t *tgt_ht_p) { wayshunt_cnv_release_tgt_chains(tgt_ht_p); }
 
+// The partner search of the trace build: the whole chain from its head,
+// every candidate traced as func, the fix-up. A WAYSHUNT_CNV_32_... outcome;
+// *rc_p holds the status of the last slot lookup.
+WAYSHUNT_CNV_INLINE int find_partner_by_scan(wayshunt_cnv_32_acl_rw_node_t *head_p,
+                                             wayshunt_cnv_32_acl_rw_node_t *virt_node_p, slot_num_t slot_num,
+                                             retcode_t *rc_p, const char *func) {
+  for (wayshunt_cnv_32_acl_rw_node_t *phy_node_p = head_p; phy_node_p != NULL; phy_node_p = phy_node_p->nxt_p) {
+    slot_num_t phy_slot_num = WAYSHUNT_SLOT_INVALID;
+    WAYSHUNT_CNV_TRACE_AS(func, "%s():%d Entry: %p\n", (void *)phy_node_p);
+    WAYSHUNT_CNV_TRACE_RW_ENTRY_AS(func, &phy_node_p->entry);
+    WAYSHUNT_CNV_TRACE_KEY_LINE_AS(func, phy_node_p);
+    if (phy_node_p == virt_node_p) continue;
+    if (!(phy_node_p->entry.acl_flags & WAYSHUNT_ACL_FLAG_PHYSICAL)) continue;
+    if (memcmp(&phy_node_p->entry.src_sid_wwn, &virt_node_p->entry.src_sid_wwn, sizeof(wwn_t)) != 0) continue;
+    if (memcmp(&phy_node_p->entry.src_did_wwn, &virt_node_p->entry.src_did_wwn, sizeof(wwn_t)) != 0) continue;
+    *rc_p = portmap_get_slot(phy_node_p->entry.if_index, &phy_slot_num);
+    if (*rc_p != 0 || phy_slot_num == WAYSHUNT_SLOT_INVALID) return WAYSHUNT_CNV_32_LOOKUP_FAILED;
+    WAYSHUNT_CNV_TRACE_AS(func, "%s():%d phy_slot_num = %u\n", phy_slot_num);
+    if (phy_slot_num == slot_num) return WAYSHUNT_CNV_32_PARTNER;
+  }
+  return WAYSHUNT_CNV_32_NO_PARTNER;
+}
+
 // With the debug gate open every candidate of the partner search is traced,
 // so the search scans the whole chain. With the gate shut it goes through an
 // index of the chain's source pairs (wayshunt_cnv_trunk_index_32.cc), which
@@ -76,8 +99,8 @@ void wayshunt_cnv_32_release_tgt_table(tk_hashtable_64_t *tgt_ht_p) { wayshunt_c
 void wayshunt_cnv_upgrade_from_32_fix_trunk_entries(kvs_service_t service, tk_hashtable_64_t *tgt_ht_p) {
   wwn_t tgt_pwwn;
   void *data_p = NULL;
-  wayshunt_cnv_32_acl_rw_node_t *head_p, *virt_node_p, *phy_node_p;
-  slot_num_t slot_num, phy_slot_num;
+  wayshunt_cnv_32_acl_rw_node_t *head_p, *virt_node_p;
+  slot_num_t slot_num;
   wayshunt_kvs_key_rw_acl_entry_t kvs_acl_32_key;
   wayshunt_kvs_data_rw_acl_entry_32_t kvs_acl_32_data;
   kvs_datum_t kvs_key, kvs_data;
@@ -129,27 +152,7 @@ void wayshunt_cnv_upgrade_from_32_fix_trunk_entries(kvs_service_t service, tk_ha
       if (indexed) {
         found = wayshunt_cnv_32_chain_index_find_partner(&ix, i, slot_num, &rc);
       } else {
-        found = WAYSHUNT_CNV_32_NO_PARTNER;
-        for (phy_node_p = head_p; phy_node_p != NULL; phy_node_p = phy_node_p->nxt_p) {
-          phy_slot_num = WAYSHUNT_SLOT_INVALID;
-          WAYSHUNT_CNV_TRACE("%s():%d Entry: %p\n", (void *)phy_node_p);
-          WAYSHUNT_CNV_TRACE_RW_ENTRY(&phy_node_p->entry);
-          WAYSHUNT_CNV_TRACE_KEY_LINE(phy_node_p);
-          if (phy_node_p == virt_node_p) continue;
-          if (!(phy_node_p->entry.acl_flags & WAYSHUNT_ACL_FLAG_PHYSICAL)) continue;
-          if (memcmp(&phy_node_p->entry.src_sid_wwn, &virt_node_p->entry.src_sid_wwn, sizeof(wwn_t)) != 0) continue;
-          if (memcmp(&phy_node_p->entry.src_did_wwn, &virt_node_p->entry.src_did_wwn, sizeof(wwn_t)) != 0) continue;
-          rc = portmap_get_slot(phy_node_p->entry.if_index, &phy_slot_num);
-          if (rc != 0 || phy_slot_num == WAYSHUNT_SLOT_INVALID) {
-            found = WAYSHUNT_CNV_32_LOOKUP_FAILED;
-            break;
-          }
-          WAYSHUNT_CNV_TRACE("%s():%d phy_slot_num = %u\n", phy_slot_num);
-          if (phy_slot_num == slot_num) {
-            found = WAYSHUNT_CNV_32_PARTNER;
-            break;
-          }
-        }
+        found = find_partner_by_scan(head_p, virt_node_p, slot_num, &rc, __func__);
       }
       if (found == WAYSHUNT_CNV_32_LOOKUP_FAILED) {
         WAYSHUNT_CNV_TRACE("%s():%d Failed to get slot num: %s 0x%x\n", retcode2str(rc), rc);
