@@ -134,10 +134,8 @@ extern "C" void plat_fault_reset(void) {
   s.error.clear();
 }
 
-// Without rules a call costs one count and no lock.
-extern "C" int plat_fault_hit(const char *func, plat_fault_t *fault) {
-  State &s = ready();
-  uint32_t n = counter(s, func)->fetch_add(1, std::memory_order_relaxed) + 1;
+// Whether call number n of func fails, and how.
+static int rule_hit(State &s, const char *func, uint32_t n, plat_fault_t *fault) {
   if (!s.has_rules.load(std::memory_order_acquire)) return 0;
   std::lock_guard lock(s.mu);
   std::string_view name(func);
@@ -147,6 +145,23 @@ extern "C" int plat_fault_hit(const char *func, plat_fault_t *fault) {
     return 1;
   }
   return 0;
+}
+
+// Without rules a call costs one count and no lock.
+extern "C" int plat_fault_hit(const char *func, plat_fault_t *fault) {
+  State &s = ready();
+  return rule_hit(s, func, counter(s, func)->fetch_add(1, std::memory_order_relaxed) + 1, fault);
+}
+
+extern "C" int plat_fault_hit_at(plat_fault_site_t *site, plat_fault_t *fault) {
+  State &s = ready();
+  auto *count = static_cast<std::atomic<uint32_t> *>(__atomic_load_n(&site->count, __ATOMIC_ACQUIRE));
+  if (!count) {
+    std::lock_guard lock(s.mu);
+    count = counter_locked(s, site->func);
+    __atomic_store_n(&site->count, static_cast<void *>(count), __ATOMIC_RELEASE);
+  }
+  return rule_hit(s, site->func, count->fetch_add(1, std::memory_order_relaxed) + 1, fault);
 }
 
 extern "C" uint32_t plat_call_count(const char *func) {

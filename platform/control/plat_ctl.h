@@ -62,6 +62,17 @@ void plat_fault_reset(void);
  * when a rule makes this call fail, 0 otherwise. */
 int plat_fault_hit(const char *func, plat_fault_t *fault);
 
+/* The same for a call site that is called in hot loops: the site keeps the
+ * function's counter once found, so that a call without rules costs one
+ * count. Sites are static and start as PLAT_FAULT_SITE("name"). */
+typedef struct plat_fault_site_ {
+  const char *func;
+  void *count; /* filled at the first call */
+} plat_fault_site_t;
+#define PLAT_FAULT_SITE(name) \
+  { (name), 0 }
+int plat_fault_hit_at(plat_fault_site_t *site, plat_fault_t *fault);
+
 /* Calls of func counted since the start or the last plat_fault_reset(). */
 uint32_t plat_call_count(const char *func);
 
