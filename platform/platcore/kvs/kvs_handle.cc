@@ -122,8 +122,10 @@ int Handle::start_bound() {
 // as long or shorter adds nothing.
 size_t Handle::store_growth(const MDB_val &k, const MDB_val &v, bool at) {
   size_t whole = 3 * (k.mv_size + v.mv_size + 16) + (v.mv_size > kInlineMax ? v.mv_size + psize_ : 0);
-  MDB_val ok, ov;
-  if (!at || v.mv_size > kInlineMax || sync() != 0 || mdb_cursor_get(cur_, &ok, &ov, MDB_GET_CURRENT) != 0 ||
+  MDB_val ok, ov{val_buf_.size(), val_buf_.data()};
+  // A walk reads the value before it replaces it, so its size is known.
+  if (!at || v.mv_size > kInlineMax ||
+      (!val_current_ && (sync() != 0 || mdb_cursor_get(cur_, &ok, &ov, MDB_GET_CURRENT) != 0)) ||
       ov.mv_size > kInlineMax)
     return whole;
   return v.mv_size > ov.mv_size ? 3 * (v.mv_size - ov.mv_size) : 0;
@@ -161,6 +163,7 @@ const kvs_datum_t *Handle::hand_out(kvs_datum_t &d, std::vector<unsigned char> &
 const kvs_datum_t *Handle::take(int rc, MDB_val *k, retcode_t &st) {
   if (guard_) guard_->retire_all();
   guard_key_ = nullptr;
+  val_current_ = false;
   if (rc == MDB_NOTFOUND) pos_ = Pos::kEnd;
   if (rc) {
     st = status_of(rc);
@@ -223,6 +226,7 @@ const kvs_datum_t *Handle::value(retcode_t &st) {
   if (rc) return st = status_of(rc), nullptr;
   const auto *p = static_cast<const unsigned char *>(v.mv_data);
   val_buf_.assign(p, p + v.mv_size);
+  val_current_ = true;
   return hand_out(val_, val_buf_, st);
 }
 
@@ -237,6 +241,7 @@ retcode_t Handle::store(const kvs_datum_t &key, const kvs_datum_t &value) {
     return mdb_put(txn_, dbi_, &k, &v, 0);
   });
   if (rc == 0) log_.add(as_val(key), &v);
+  if (at) val_current_ = false;
   return status_of(rc);
 }
 

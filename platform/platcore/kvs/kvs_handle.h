@@ -88,6 +88,7 @@ class Handle {
   size_t bound_ = 0;    // upper bound of the map's bytes the transaction can have taken
   size_t psize_ = 4096;  // LMDB's page size
   std::vector<unsigned char> gone_;  // the key of a delete
+  bool val_current_ = false;         // val_buf_ holds the value under the cursor
   std::unique_ptr<GuardedCopies> guard_;  // only in the guarded test mode
   const kvs_datum_t *guard_key_ = nullptr;  // the guarded copy of the key under the cursor
 };
