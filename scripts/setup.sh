@@ -9,6 +9,7 @@ packages=(
   liblmdb-dev                  # runtime store stand-in
   libcli11-dev                 # command-line parsing
   nlohmann-json3-dev           # JSON
+  clang libclang-rt-dev        # fuzzing harnesses (libFuzzer)
 )
 
 missing=()

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "hub/hub_admin.h"
+#include "hub_admin.h"
 #include "hub_defs.h"
 #include "test_support.h"
 

@@ -24,6 +24,48 @@ Env &Env::get() {
 
 void *Env::sym(const char *name) const { return handle ? dlsym(handle, name) : nullptr; }
 
+void *load_library(bool gate_open) {
+  std::string lib = testsupport::bin_dir() + "/../lib/gate-" + (gate_open ? "open" : "shut") + "/libconvertwayshunt.so";
+  void *h = dlopen(lib.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (!h) Env::get().why_not = std::string("cannot load the library: ") + dlerror();
+  return h;
+}
+
+void setup(bool gate_open) {
+  Env &e = Env::get();
+  e.gate_open = gate_open;
+  const char *tmp = getenv("TMPDIR");
+  std::string tmpl = std::string(tmp && *tmp ? tmp : "/tmp") + "/cnvtest.XXXXXX";
+  if (!mkdtemp(tmpl.data())) {
+    e.why_not = "cannot make a temporary folder";
+    return;
+  }
+  e.root = tmpl;
+  e.bootflash = e.root + "/bootflash";
+  e.mnt_kvs = e.root + "/mnt_kvs";
+  e.store_dir = e.root + "/store";
+  e.standby = e.root + "/standby";
+  e.hub_dir = e.root + "/hub";
+  for (const auto &d : {e.bootflash, e.mnt_kvs, e.store_dir, e.standby, e.hub_dir}) fs::create_directories(d);
+  setenv("PLAT_STANDBY_ROOT", e.standby.c_str(), 1);
+  setenv("PLAT_HUB_DIR", e.hub_dir.c_str(), 1);
+  std::string err = devroot::enter({{"/bootflash", e.bootflash}, {"/mnt/kvs", e.mnt_kvs}});
+  if (!err.empty()) {
+    e.why_not = "no private device root on this machine (" + err + "): library tests skipped";
+    return;
+  }
+  e.handle = load_library(gate_open);
+  e.ready = e.handle != nullptr;
+}
+
+void teardown() {
+  Env &e = Env::get();
+  if (e.handle) dlclose(e.handle);
+  e.handle = nullptr;
+  std::error_code ec;
+  if (!e.root.empty()) fs::remove_all(e.root, ec);
+}
+
 void set_move(const std::string &from_version, const std::string &to_version) {
   const Env &e = Env::get();
   std::string from = e.root + "/from.reldesc", to = e.root + "/to.reldesc";
@@ -77,6 +119,26 @@ std::string normalized(const std::string &log) {
     out += log[i++];
   }
   return out;
+}
+
+void expect_golden(const std::string &name, const std::string &text, bool head_only) {
+  std::string path = std::string(CNV_GOLDEN_DIR) + "/" + name + ".log";
+  const char *update = getenv("WAYSHUNT_UPDATE_GOLDEN");
+  if (update && std::strcmp(update, "1") == 0) {
+    if (!head_only) testsupport::write_file(path, text);
+    return;
+  }
+  std::string want = testsupport::read_file(path), got = text;
+  if (head_only) {
+    want = want.substr(0, want.find("-- log\n"));
+    got = got.substr(0, got.find("-- log\n"));
+  }
+  if (want == got) return;
+  size_t line = 1, i = 0;
+  for (; i < want.size() && i < got.size() && want[i] == got[i]; i++) line += want[i] == '\n';
+  ADD_FAILURE() << path << " differs from line " << line << " on (WAYSHUNT_UPDATE_GOLDEN=1 rewrites it):\n"
+                << "want: " << want.substr(want.rfind('\n', i) + 1, 300) << "\ngot:  "
+                << got.substr(got.rfind('\n', i) + 1, 300);
 }
 
 std::string runtime_url() { return "nonvolatile:" + Env::get().store_dir + "/wayshunt_runtime_ha"; }

@@ -39,6 +39,15 @@ struct Env {
   }
 };
 
+// Makes the private device root (before any thread exists) and loads the
+// library of the gate into Env; Env::ready tells whether it worked.
+void setup(bool gate_open);
+// Unloads the library and removes the device root's folders.
+void teardown();
+// Loads the library of one gate beside any other (null, why_not set, if
+// it cannot be loaded).
+void *load_library(bool gate_open);
+
 // Skips the test, visibly, where the library cannot be run.
 #define CNV_REQUIRE()                                                          \
   do {                                                                         \
@@ -55,6 +64,11 @@ std::string take_log();
 // The log with every source line number replaced by N and every time text
 // by <time>, so that it can be compared with expected records.
 std::string normalized(const std::string &log);
+
+// Compares text with the golden file golden/<name>.log (only with its part
+// before "-- log\n" when head_only), or with WAYSHUNT_UPDATE_GOLDEN=1 in the
+// environment writes the file (never from a head_only call).
+void expect_golden(const std::string &name, const std::string &text, bool head_only = false);
 
 // The runtime store: its URL, a fresh one holding records, its contents.
 std::string runtime_url();

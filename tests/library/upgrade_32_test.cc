@@ -1,7 +1,7 @@
 // The upgrade from 3.2: which RW ACL entries enter the target table, how the
 // trunk fix-up pairs them (seen through the slot lookups and stores in the
 // platform journal), its failures, the whole move up from 3.2 through
-// convert_gsync, and a randomized check against a plain model of the scan.
+// convert_gsync.
 #include <cstdio>
 #include <map>
 #include <random>
@@ -352,119 +352,5 @@ TEST(Upgrade32, UpgradeLadder) {
                               std::string::npos;
     EXPECT_EQ(error_record, row.status != 0) << r.log;
     EXPECT_TRUE(Env::get().gate_open || row.status || r.log.empty()) << r.log;
-  }
-}
-
-namespace {
-
-// The keys of a store in the order of the store's own walk.
-std::vector<Bytes> walk_order(const Records &store) {
-  make_store(store);
-  std::vector<Bytes> keys;
-  retcode_t st = 0;
-  kvs_service_t s = kvs_open(runtime_url().c_str(), &st);
-  for (auto k = kvs_move2location(s, KVS_LOC_FIRST, &st); k; k = kvs_move2location(s, KVS_LOC_NEXT, &st))
-    keys.emplace_back(static_cast<const char *>(k->ptr), k->siz);
-  kvs_close(s);
-  return keys;
-}
-
-// The scan of the whole chain, step by step, for one target: its lookups
-// ("L<if_index>") and stores ("S<key>") in order, and whether a failed
-// lookup ended it. flags are changed as the scan changes them.
-bool scan_model(const std::vector<size_t> &chain, const Recs &recs, const std::map<if_index_t, int> &slot,
-                std::vector<uint32_t> &flags, std::vector<std::string> &ev) {
-  auto look = [&](size_t i) {
-    ev.push_back("L" + std::to_string(recs[i].ifx));
-    return slot.at(recs[i].ifx);
-  };
-  for (size_t v : chain) {
-    if (flags[v] & PHY) continue;
-    int s = look(v), found = 0;
-    if (s < 0) return true;
-    for (size_t p : chain) {
-      if (p == v || !(flags[p] & PHY) || std::string(recs[p].pair) != recs[v].pair) continue;
-      int ps = look(p);
-      if (ps < 0) return true;
-      if ((found = ps == s)) break;
-    }
-    if (found) continue;
-    flags[v] = turned(flags[v]);
-    ev.push_back("S" + hex(key55(recs[v])));
-  }
-  return false;
-}
-
-}  // namespace
-
-// Random stores of several targets, each run on the loaded library (the
-// indexed search with the gate shut, the scan of the whole chain with it
-// open) and compared with the model: per target the same lookups and stores
-// in the same order, targets one after the other in the table's own order,
-// a failed lookup ending everything, and the same store after.
-TEST(Upgrade32, RandomStoresMatchTheModelOfTheFullScan) {
-  CNV_REQUIRE();
-  static const char *const kPairs[] = {"11", "12", "21", "22", "31"};
-  static const uint32_t kFlags[] = {0, PHY, VIR, PHY | VIR};
-  for (unsigned seed = 1; seed <= 150; seed++) {
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 rng(seed);
-    auto pick = [&](unsigned n) { return unsigned(rng() % n); };
-    Recs rs;
-    std::map<if_index_t, int> slot;  // -1: the lookup fails
-    std::string table;
-    size_t n = 1 + pick(seed % 5 ? 30 : 120);
-    for (size_t i = 0; i < n; i++) {
-      Bytes h;
-      for (int b = 0; b < 7; b++) h += char(rng());
-      rs.push_back({'?', kFlags[pick(4)] | (pick(10) ? ISL : 0u), kPairs[pick(5)], fc(1 + pick(3), 1 + i),
-                    uint8_t(1 + pick(3)), uint8_t(pick(12) ? 55 : 56), uint8_t(pick(5) ? 0 : 3), h + char(i)});
-      unsigned u = seed % 3 ? pick(200) : 200, x = rs.back().ifx;
-      slot[x] = u < 6 ? -1 : u < 12 ? 254 : int(IF_INDEX_FC_SLOT(x));
-      if (u < 12) table += std::to_string(x) + (u < 3 ? " fail\n" : u < 6 ? " 255\n" : " 254\n");
-    }
-    Records before = store_of(rs);
-    // Chains: per target, the first entry met, then the others met later in
-    // reverse order.
-    std::map<int, std::vector<size_t>> chains;
-    for (const Bytes &k : walk_order(before))
-      for (size_t i = 0; i < n; i++)
-        if (k == key_of(rs[i]) && rs[i].type == 55 && (rs[i].flags & ISL)) {
-          auto &c = chains[rs[i].tgt];
-          c.insert(c.empty() ? c.end() : c.begin() + 1, i);
-        }
-    Outcome r = run(before, table, "");
-    ASSERT_EQ(r.status, 0u);
-    // The journal cut into runs of one target each.
-    std::vector<std::pair<int, std::vector<std::string>>> seen;
-    for (const std::string &line : r.journal) {
-      std::string e = token(line);
-      int tgt = 0;
-      for (size_t i = 0; i < n; i++)
-        if (e == "L" + std::to_string(rs[i].ifx) || e == "S" + hex(key55(rs[i]))) tgt = rs[i].tgt;
-      if (seen.empty() || seen.back().first != tgt) seen.push_back({tgt, {}});
-      seen.back().second.push_back(e);
-    }
-    std::vector<uint32_t> flags;
-    for (const Rec &rec : rs) flags.push_back(rec.flags);
-    Records want = before;
-    bool ended = false;
-    for (const auto &[tgt, ev] : seen) {
-      ASSERT_FALSE(ended) << "nothing follows a failed lookup";
-      ASSERT_TRUE(chains.count(tgt)) << "target " << tgt << " seen twice or never in the table";
-      std::vector<std::string> model;
-      ended = scan_model(chains[tgt], rs, slot, flags, model);
-      EXPECT_EQ(ev, model) << "target " << tgt;
-      for (size_t i : chains[tgt])
-        if (flags[i] != rs[i].flags) want[key55(rs[i])] = value32(rs[i], flags[i]);
-      chains.erase(tgt);
-    }
-    for (const auto &[tgt, chain] : chains) {
-      std::vector<std::string> model;
-      EXPECT_TRUE(ended || (!scan_model(chain, rs, slot, flags, model) && model.empty()))
-          << "target " << tgt << " has work but was not reached";
-    }
-    EXPECT_EQ(r.after, want);
-    EXPECT_TRUE(Env::get().gate_open || r.log.empty()) << r.log;
   }
 }

@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer harnesses in a clang build (build/fuzz, with
+# AddressSanitizer and UndefinedBehaviorSanitizer) and runs each for the
+# given seconds, starting from the seed corpus in tests/fuzz/corpus. New
+# inputs go to build/fuzz/corpus-<harness>; a crash leaves its input in
+# build/fuzz/findings/ and fails the run.
+#   tests/fuzz/run.sh [SECONDS-PER-HARNESS] [HARNESS...]   default: 30, both
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+secs=${1:-30}; shift || true
+harnesses=("${@:-fuzz_convert_shut fuzz_convert_open}")
+read -r -a harnesses <<<"${harnesses[*]}"
+b=build/fuzz
+cmake -S . -B $b -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DWAYSHUNT_SANITIZE=ON -DWAYSHUNT_FUZZ=ON -DCMAKE_C_FLAGS=-fsanitize=fuzzer-no-link \
+  -DCMAKE_CXX_FLAGS=-fsanitize=fuzzer-no-link >/dev/null
+cmake --build $b -j "$(nproc)" --target "${harnesses[@]}" >/dev/null
+mkdir -p $b/findings
+export ASAN_OPTIONS="detect_leaks=1:halt_on_error=1" UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+for h in "${harnesses[@]}"; do
+  mkdir -p $b/corpus-$h
+  echo "== $h for ${secs}s"
+  $b/bin/$h -max_total_time="$secs" -max_len=2048 -timeout=20 -print_final_stats=1 \
+    -artifact_prefix=$b/findings/$h- $b/corpus-$h tests/fuzz/corpus 2>&1 | grep -E '^(#[0-9]+ +DONE|stat::number_of_executed_units|==|SUMMARY|fuzz_convert)' || true
+  [ "${PIPESTATUS[0]}" -eq 0 ] || { echo "$h: failed; see $b/findings" >&2; exit 1; }
+done
