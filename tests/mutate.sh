@@ -72,7 +72,7 @@ down413-no-key-ok ~~ downgrade_413 ~~     kvs_close(service);\n    return KVS_ER
 down32-deletes-all ~~ downgrade_32 ~~     if (key[0] != WAYSHUNT_KVS_KEY_RUNTIME_LC_INFO) { ~~     if (key[0] == 0) {
 dispatch-41-not-down ~~ dispatch ~~ (to_major == 4 && to_minor <= 1)) { ~~ (to_major == 4 && to_minor < 1)) {
 dispatch-32-status-lost ~~ dispatch ~~       WAYSHUNT_CNV_ERROR("%s():%d upgrade from 3.2 Failed");\n      return rc; ~~       WAYSHUNT_CNV_ERROR("%s():%d upgrade from 3.2 Failed");
-dispatch-down-no-cleanup ~~ dispatch ~~       WAYSHUNT_CNV_ERROR("%s():%d Downgrade Failed");\n      wayshunt_cnv_log_cleanup(); ~~       WAYSHUNT_CNV_ERROR("%s():%d Downgrade Failed");
+dispatch-31-down-to-32 ~~ dispatch ~~ if (to_major == 3 && to_minor == 2) { ~~ if (to_major == 3 && to_minor <= 2) {
 gsync-minor-ignored ~~ main ~~ (from_major == to_major && from_minor > to_minor) ~~ (from_major == to_major && from_minor > to_minor + 1)
 gsync-no-closing-record ~~ main ~~     rc = wayshunt_cnv_handle_upgrade_for_runtime_kvs(path);\n  wayshunt_cnv_log_cleanup(); ~~     rc = wayshunt_cnv_handle_upgrade_for_runtime_kvs(path);
 versions-patch-as-minor ~~ versions ~~ from_minor = fmin, from_patch = fpat; ~~ from_minor = fpat, from_patch = fpat;
