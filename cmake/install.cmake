@@ -18,12 +18,10 @@ install(TARGETS platcore platctl portmap toolkit LIBRARY DESTINATION ${CMAKE_INS
 
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/wayshunt FILES_MATCHING PATTERN "*.h")
 install(FILES ${CMAKE_SOURCE_DIR}/feature/wayshunt/wayshunt.h ${CMAKE_SOURCE_DIR}/feature/wayshunt/cli/wayshunt_cli.h
-              ${CMAKE_SOURCE_DIR}/infra/convert_libs/comps/libwayshuntconvert/wayshunt_cnv.h
-              ${CMAKE_SOURCE_DIR}/platform/control/plat_ctl.h
-              ${CMAKE_SOURCE_DIR}/platform/platcore/kvs/kvs_admin.h
-              ${CMAKE_SOURCE_DIR}/platform/platcore/hub/hub_admin.h
-              ${CMAKE_SOURCE_DIR}/platform/portmap/portmap_admin.h
+              ${CMAKE_SOURCE_DIR}/infra/convert_libs/comps/libwayshuntconvert/include/wayshunt_cnv.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/wayshunt)
+# The stand-ins' administrative interface; their own headers stay behind.
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/platform/admin/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/wayshunt FILES_MATCHING PATTERN "*.h")
 
 foreach(program plat-hub-listener wayshunt-convert)
   if(TARGET ${program})

@@ -7,8 +7,8 @@
  *   0x4048xxxx  runtime store (kvs)
  *   0x4050xxxx  interface-to-slot map (portmap)
  *   0x4060xxxx  standby file copy (overseer)
- *   0x4070xxxx  the wayshunt conversion library
- * retcode2str() has a text for every code below and a generic one for any
+ *   0x4070xxxx  the wayshunt conversion library (its codes: wayshunt_cnv.h)
+ * retcode2str() has a text for every code below and the library's, and a generic one for any
  * other number. */
 #ifndef PLAT_STATUS_H
 #define PLAT_STATUS_H
@@ -54,9 +54,6 @@ extern "C" {
 #define OVERSEER_ERR_BAD_PATH 0x40600003u   /* the destination would leave the standby's root */
 #define OVERSEER_ERR_IO 0x40600004u         /* reading the source or writing the copy failed */
 #define OVERSEER_ERR_BAD_QUEUE 0x40600005u  /* the hub queue handle is not bound */
-
-/* The wayshunt conversion library. */
-#define WAYSHUNT_CNV_ERR_VERSION 0x40700001u /* a release descriptor gave no usable version */
 
 /* Readable text of a status, never null. The text of an unknown code names
  * the number; it lives in a per-thread buffer until the next such call. */

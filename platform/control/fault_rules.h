@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "plat_ctl.h"
+#include "plat_hooks.h"
 
 namespace plat {
 

@@ -1,5 +1,5 @@
 // Fault injection and call journal shared by all platform stand-ins.
-#include "plat_ctl.h"
+#include "plat_hooks.h"
 
 #include <cerrno>
 #include <cstdarg>

@@ -3,6 +3,7 @@
 
 #include "status.h"
 #include "toolkit.h"
+#include "wayshunt_cnv.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include <new>
 #include <string>
 
-#include "plat_ctl.h"
+#include "plat_hooks.h"
 #include "portmap.h"
 #include "portmap_admin.h"
 #include "portmap_table.h"

@@ -3,7 +3,7 @@
 #ifndef PLAT_TOOLKIT_TK_FAULT_H
 #define PLAT_TOOLKIT_TK_FAULT_H
 
-#include "plat_ctl.h"
+#include "plat_hooks.h"
 #include "status.h"
 #include "toolkit.h"
 

@@ -5,10 +5,11 @@
 #include <cerrno>
 #include <set>
 
-#include "plat_ctl.h"
+#include "plat_hooks.h"
 #include "status.h"
 #include "test_support.h"
 #include "toolkit.h"
+#include "wayshunt_cnv.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <cstring>
 #include <memory>
 
-#include "hub/hub_admin.h"
+#include "hub_admin.h"
 #include "hub_defs.h"
 #include "test_support.h"
 

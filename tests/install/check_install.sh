@@ -16,6 +16,12 @@ done
 cmake -S "$here/consumer" -B "$prefix/consumer" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_FLAGS="$flags" >/dev/null
 cmake --build "$prefix/consumer" >/dev/null
 "$prefix/consumer/consumer"
+"$prefix/consumer/entry_points"
+# Only public headers are installed: none of the stand-ins' or the library's own.
+for f in plat_hooks.h fault_rules.h kvs_handle.h hub_internal.h portmap_table.h tk_fault.h wayshunt_cnv_int.h \
+         wayshunt_cnv_log.h wayshunt_cnv_upgrade_413.h; do
+  [ ! -e "$prefix/include/wayshunt/$f" ] || { echo "private header installed: $f"; exit 1; }
+done
 PKG_CONFIG_PATH="$prefix/lib/pkgconfig" cc $flags -o "$prefix/pc-consumer" "$here/consumer/main.c" \
   $(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs convertwayshunt) -Wl,-rpath,"$prefix/lib"
 "$prefix/pc-consumer"

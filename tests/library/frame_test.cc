@@ -5,6 +5,7 @@
 #include "kvs_admin.h"
 #include "plat_ctl.h"
 #include "test_support.h"
+#include "wayshunt_cnv.h"
 
 using namespace cnv;
 

@@ -6,6 +6,9 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
+#include <cstdlib>
+#include <regex>
+
 #include "test_support.h"
 
 extern char **environ;
@@ -35,6 +38,25 @@ Run run_tool(const std::vector<std::string> &args, const std::string &stdin_path
   r.out = testsupport::read_file(out);
   r.err = testsupport::read_file(err);
   return r;
+}
+
+std::string golden_text(const Run &r, const std::vector<std::pair<std::string, std::string>> &masks) {
+  auto mask = [&masks](std::string text) {
+    for (const auto &[pattern, replacement] : masks) text = std::regex_replace(text, std::regex(pattern), replacement);
+    return text;
+  };
+  return "status " + std::to_string(r.status) + "\n--- stdout\n" + mask(r.out) + "--- stderr\n" + mask(r.err);
+}
+
+void expect_golden(const std::string &name, const Run &r, const std::vector<std::pair<std::string, std::string>> &masks) {
+  std::string path = std::string(TOOL_GOLDEN_DIR) + "/" + name + ".txt", got = golden_text(r, masks);
+  const char *update = std::getenv("WAYSHUNT_UPDATE_GOLDEN");
+  if (update && std::string(update) == "1") {
+    testsupport::write_file(path, got);
+    return;
+  }
+  EXPECT_EQ(testsupport::read_file(path), got) << "golden file " << path
+                                               << " differs; WAYSHUNT_UPDATE_GOLDEN=1 rewrites it";
 }
 
 }  // namespace tooltest

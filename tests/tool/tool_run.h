@@ -28,6 +28,12 @@ inline void expect_refused(const Run &r, const std::string &message) {
   EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
 }
 
+// Compares a run with the golden file golden/<name>.txt (exit status, stdout
+// and stderr), after each (pattern, replacement) regex of masks is applied
+// to both streams. With WAYSHUNT_UPDATE_GOLDEN=1 the file is written
+// instead:  WAYSHUNT_UPDATE_GOLDEN=1 ctest -R Golden
+void expect_golden(const std::string &name, const Run &r, const std::vector<std::pair<std::string, std::string>> &masks);
+
 }  // namespace tooltest
 
 #endif

@@ -13,18 +13,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iomanip>
 #include <iostream>
-#include <map>
 #include <memory>
-#include <set>
-#include <sstream>
 #include <thread>
 
 #include "commands.h"
 #include "device_image.h"
+#include "change_summary.h"
 #include "formats.h"
-#include "record_codec.h"
 #include "store_io.h"
 #include "synth.h"
 #include "tool_error.h"
@@ -39,10 +35,6 @@ namespace {
 
 constexpr const char *kUp[2] = {"3.2(1)", "4.2(1)"};
 constexpr const char *kDown[2] = {"4.2(1)", "3.1(1)"};
-// Example records shown after a move, of each kind (at most 3 changed ones in all).
-enum ExampleKind { kChangedFlags, kChangedOther, kRemoved, kAdded };
-constexpr size_t kExamples[4] = {3, 3, 2, 2};
-
 struct DemoOptions {
   std::string dir;
   size_t records = 2000;
@@ -76,117 +68,6 @@ void build_image(const DeviceImage &img, size_t count) {
   std::cout << "device image " << img.dir << ":\n  mnt/kvs: wayshunt_runtime_ha.mdb (a generated 3.2 store of "
             << records.size() << " records) and the service's " << kServiceFiles.size() << " stored files\n"
             << "  bootflash/, standby/ (empty), hub/, reldesc/\n";
-}
-
-// ---- what a move changed in the store ----
-
-struct TypeCount {
-  size_t before = 0, after = 0, removed = 0, added = 0, changed = 0;
-  std::set<size_t> key_before, key_after, value_before, value_after;
-};
-
-std::string sizes(const std::set<size_t> &s) {
-  std::string out;
-  for (size_t n : s) out += (out.empty() ? "" : "/") + std::to_string(n);
-  return out;
-}
-
-std::map<std::string, std::string> fields_of(const Record &r) {
-  auto f = flatten(record_to_json(r));
-  return {f.begin(), f.end()};
-}
-
-// One line per record, or per changed field of a changed record.
-void print_example(const Record *a, const Record *b, std::ostream &out) {
-  const Record &r = a ? *a : *b;
-  out << "    " << (a && b ? "~ " : a ? "- " : "+ ") << type_label(r.type()) << " " << to_hex(r.key);
-  if (!(a && b)) {
-    for (const auto &[name, value] : record_fields(r, false)) out << " " << name << "=" << value;
-    out << "\n";
-    return;
-  }
-  out << "\n";
-  auto fa = fields_of(*a), fb = fields_of(*b);
-  for (const auto &[name, value] : fa)
-    if (fb.count(name) && fb[name] != value) out << "        " << name << ": " << value << " -> " << fb[name] << "\n";
-}
-
-void print_store_changes(const Records &before, const Records &after, std::ostream &out) {
-  std::map<Bytes, const Record *> left, right;
-  for (const Record &r : before) left[r.key] = &r;
-  for (const Record &r : after) right[r.key] = &r;
-  std::map<uint8_t, TypeCount> types;
-  std::map<std::string, size_t> fields;  // field -> records where it changed
-  std::map<std::string, size_t> flags;   // "+PHYSICAL" -> records
-  std::vector<std::pair<const Record *, const Record *>> examples[4];  // the first few of each kind
-  auto keep = [&examples](ExampleKind kind, const Record *a, const Record *b) {
-    if (examples[kind].size() < kExamples[kind]) examples[kind].push_back({a, b});
-  };
-  for (const Record &r : before) {
-    TypeCount &t = types[r.type()];
-    ++t.before;
-    t.key_before.insert(r.key.size());
-    t.value_before.insert(r.value.size());
-    auto it = right.find(r.key);
-    if (it == right.end()) {
-      ++t.removed;
-      keep(kRemoved, &r, nullptr);
-    } else if (it->second->value != r.value) {
-      ++t.changed;
-      auto fa = fields_of(r), fb = fields_of(*it->second);
-      // Records whose flags changed make the better examples.
-      bool flagged = fa.count("value.acl_flags") && fb.count("value.acl_flags") && fa["value.acl_flags"] != fb["value.acl_flags"];
-      keep(flagged ? kChangedFlags : kChangedOther, &r, it->second);
-      for (const auto &[name, value] : fa)
-        if (fb.count(name) && fb[name] != value) ++fields[name];
-      if (fa.count("value.acl_flags") && fb.count("value.acl_flags")) {
-        uint32_t x = parse_acl_flags(fa["value.acl_flags"]), y = parse_acl_flags(fb["value.acl_flags"]);
-        for (const std::string &n : acl_flag_names(y & ~x)) ++flags["+" + n];
-        for (const std::string &n : acl_flag_names(x & ~y)) ++flags["-" + n];
-      }
-    }
-  }
-  for (const Record &r : after) {
-    TypeCount &t = types[r.type()];
-    ++t.after;
-    t.key_after.insert(r.key.size());
-    t.value_after.insert(r.value.size());
-    if (!left.count(r.key)) {
-      ++t.added;
-      keep(kAdded, nullptr, &r);
-    }
-  }
-  out << "  store: " << before.size() << " -> " << after.size() << " records\n";
-  out << "    " << std::left << std::setw(16) << "key type" << std::right;
-  for (const char *h : {"before", "after", "removed", "added", "changed"}) out << std::setw(9) << h;
-  out << "\n";
-  for (const auto &[type, t] : types) {
-    out << "    " << std::left << std::setw(16) << type_label(type) << std::right;
-    for (size_t n : {t.before, t.after, t.removed, t.added, t.changed}) out << std::setw(9) << n;
-    out << "\n";
-  }
-  for (const auto &[type, t] : types) {
-    if (t.before && t.after && t.key_before != t.key_after)
-      out << "  " << type_label(type) << " keys: " << sizes(t.key_before) << " -> " << sizes(t.key_after) << " bytes\n";
-    if (t.before && t.after && t.value_before != t.value_after)
-      out << "  " << type_label(type) << " values: " << sizes(t.value_before) << " -> " << sizes(t.value_after)
-          << " bytes\n";
-  }
-  if (!fields.empty()) {
-    out << "  fields changed (records):";
-    for (const auto &[name, n] : fields) out << " " << name << " " << n << ";";
-    out << "\n";
-  }
-  if (!flags.empty()) {
-    out << "  acl_flags set (+) and cleared (-) (records):";
-    for (const auto &[name, n] : flags) out << " " << name << " " << n << ";";
-    out << "\n";
-  }
-  out << "  examples:\n";
-  size_t changed_shown = 0;
-  for (ExampleKind kind : {kChangedFlags, kChangedOther, kRemoved, kAdded})
-    for (const auto &[a, b] : examples[kind])
-      if (kind > kChangedOther || changed_shown++ < kExamples[kChangedOther]) print_example(a, b, out);
 }
 
 // ---- the running service, played in the background ----
@@ -242,13 +123,14 @@ void print_requests(const std::string &record_file, std::ostream &out) {
     out << "  " << (line.size() > 110 ? line.substr(0, 110) + "..." : line) << "\n";
     size_t at = line.find("data=");
     Bytes data = at == std::string::npos ? Bytes() : from_hex(line.substr(at + 5, line.find(' ', at) - at - 5));
-    if (data.size() < 41) continue;
+    constexpr size_t kX = offsetof(wayshunt_show_cli_req_t, x);  // force_mode: bit 0 of x's first byte
+    if (data.size() <= kX) continue;
     uint32_t msg_type = data[0] | data[1] << 8 | data[2] << 16 | static_cast<uint32_t>(data[3]) << 24;
     size_t other = 0;
     for (size_t i = 0; i < data.size(); ++i)
-      if (i != 0 && i != 40 && data[i]) ++other;
+      if (i != 0 && i != kX && data[i]) ++other;
     out << "    " << data.size() << "-byte request: msg_type " << msg_type << " (clear decommission), force_mode "
-        << (data[40] & 1) << ", " << other << " other non-zero bytes\n";
+        << (data[kX] & 1) << ", " << other << " other non-zero bytes\n";
   }
   if (n == 0) out << "  (none)\n";
 }
@@ -270,7 +152,7 @@ bool move(ConversionLibrary &lib, const DeviceImage &img, const char *const (&ve
   Records before = read_store(resolve_store(img.store_file()));
   bool ok = run_steps(lib, img, {Step::running, Step::startup, Step::gsync}, versions[0], versions[1], std::cout);
   std::cout << "-- what changed\n";
-  print_store_changes(before, read_store(resolve_store(img.store_file())), std::cout);
+  print_change_summary(before, read_store(resolve_store(img.store_file())), std::cout);
   return ok;
 }
 

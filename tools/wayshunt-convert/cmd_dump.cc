@@ -6,7 +6,7 @@
 
 #include "commands.h"
 #include "json_store.h"
-#include "record_codec.h"
+#include "json_codec.h"
 #include "store_io.h"
 
 namespace wsc {

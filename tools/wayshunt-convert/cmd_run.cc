@@ -2,8 +2,6 @@
 // plays it: release descriptors written, the image shown at /bootflash and
 // /mnt/kvs, the conversion library loaded and its entry points called. With
 // --dry-run the move runs on a copy and only its differences are printed.
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -13,9 +11,9 @@
 
 #include "commands.h"
 #include "device_image.h"
+#include "store_compare.h"
+#include "store_io.h"
 #include "tool_error.h"
-
-extern char **environ;
 
 namespace wsc {
 
@@ -72,18 +70,36 @@ class TempFolder {
   std::string path_;
 };
 
-// Runs this program's 'diff' on the two stores, printing to our stdout.
+// Prints the store's changes as 'diff' prints them.
 void print_store_diff(const std::string &before, const std::string &after) {
-  std::cout.flush();
-  std::string exe = program_dir() + "/wayshunt-convert";
-  std::vector<std::string> args = {"wayshunt-convert", "diff", before, after};
-  std::vector<char *> argv;
-  for (std::string &a : args) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  pid_t pid;
-  int status = 0;
-  if (posix_spawn(&pid, "/proc/self/exe", nullptr, nullptr, argv.data(), environ) != 0 || waitpid(pid, &status, 0) != pid)
-    throw ToolError("cannot run 'diff' on the converted copy; compare " + before + " and " + after + " by hand");
+  StoreRef a = resolve_store(before), b = resolve_store(after);
+  Records ra = read_store(a), rb = read_store(b);
+  bool color = isatty(STDOUT_FILENO) && !std::getenv("NO_COLOR");
+  print_changes(compare_stores(ra, rb), a.file, b.file, color, std::cout);
+}
+
+// The copy of the image a dry run converts, with the store as it was kept
+// aside in <temp>/before.
+DeviceImage copy_for_dry_run(const DeviceImage &img, const TempFolder &temp) {
+  DeviceImage work{temp.path() + "/image"};
+  try {
+    copy_tree(img.dir, work.dir);
+    fs::create_directories(temp.path() + "/before");
+    fs::copy_file(work.store_file(), temp.path() + "/before/wayshunt_runtime_ha.mdb");
+  } catch (const fs::filesystem_error &e) {
+    throw ToolError(std::string("cannot copy the image for a dry run: ") + e.what() + "; check free space in TMPDIR");
+  }
+  return work;
+}
+
+void print_dry_run_changes(const DeviceImage &img, const DeviceImage &work, const TempFolder &temp,
+                           const FileSet &standby_before) {
+  std::cout << "dry run: changes to the runtime store:\n";
+  print_store_diff(temp.path() + "/before/wayshunt_runtime_ha.mdb", work.store_file());
+  std::vector<std::string> standby = file_changes(standby_before, files_below(work.standby()), "  ");
+  std::cout << "dry run: changes to the standby: " << (standby.empty() ? "none" : "") << "\n";
+  for (const std::string &line : standby) std::cout << line << "\n";
+  std::cout << "dry run: " << img.dir << " was not changed\n";
 }
 
 void run_move(const RunOptions &o) {
@@ -93,18 +109,8 @@ void run_move(const RunOptions &o) {
   std::string library = o.library.empty() ? find_library(o.trace) : fs::absolute(o.library).string();
 
   std::unique_ptr<TempFolder> temp;
-  DeviceImage work = img;
-  if (o.dry_run) {
-    temp = std::make_unique<TempFolder>();
-    work = DeviceImage{temp->path() + "/image"};
-    try {
-      copy_tree(img.dir, work.dir);
-      fs::create_directories(temp->path() + "/before");
-      fs::copy_file(work.store_file(), temp->path() + "/before/wayshunt_runtime_ha.mdb");
-    } catch (const fs::filesystem_error &e) {
-      throw ToolError(std::string("cannot copy the image for a dry run: ") + e.what() + "; check free space in TMPDIR");
-    }
-  }
+  if (o.dry_run) temp = std::make_unique<TempFolder>();
+  DeviceImage work = o.dry_run ? copy_for_dry_run(img, *temp) : img;
   make_image_folders(work);
   check_hub_dir(work.hub());
   FileSet standby_before = files_below(work.standby());
@@ -118,14 +124,7 @@ void run_move(const RunOptions &o) {
               << ", library " << library << "\n";
     ok = run_steps(lib, work, steps_of(o.step), o.from, o.to, std::cout);
   }
-  if (o.dry_run) {
-    std::cout << "dry run: changes to the runtime store:\n";
-    print_store_diff(temp->path() + "/before/wayshunt_runtime_ha.mdb", work.store_file());
-    std::vector<std::string> standby = file_changes(standby_before, files_below(work.standby()), "  ");
-    std::cout << "dry run: changes to the standby: " << (standby.empty() ? "none" : "") << "\n";
-    for (const std::string &line : standby) std::cout << line << "\n";
-    std::cout << "dry run: " << img.dir << " was not changed\n";
-  }
+  if (o.dry_run) print_dry_run_changes(img, work, *temp, standby_before);
   std::cout.flush();
   if (!ok) throw CLI::RuntimeError(kExitFound);
 }

@@ -59,9 +59,12 @@ void add_service_command(CLI::App &app) {
   cmd->add_option("--record", o->record, "File that gets one line per request (default: <image>/service-requests.txt)");
   cmd->add_option("--ready", o->ready, "File created once the service listens (for scripts)");
   cmd->footer(
-      "Runs plat-hub-listener (found beside this program) bound at access point 225 with PLAT_HUB_DIR set to\n"
-      "<image>/hub, answering decommission requests (opcode 4204). Each request is appended as a line\n"
-      "  opcode=4204 token=0x... from=0xfe000000/<point> len=128 data=<hex>\n"
+      "Runs plat-hub-listener (found beside this program) bound at access point " + std::to_string(kServiceSap) +
+      " with PLAT_HUB_DIR set to\n"
+      "<image>/hub, answering decommission requests (opcode " + std::to_string(kServiceOpcode) +
+      "). Each request is appended as a line\n"
+      "  opcode=" + std::to_string(kServiceOpcode) + " token=0x... from=0xfe000000/<point> len=" +
+      std::to_string(sizeof(wayshunt_show_cli_req_t)) + " data=<hex>\n"
       "Runs until interrupted (Ctrl-C or SIGTERM), then exits 0; 1 if the listener fails, 2 on bad arguments.\n\n"
       "Example:\n"
       "  wayshunt-convert service --image /tmp/img &\n"

@@ -27,9 +27,10 @@
 
 #include "commands.h"
 #include "era.h"
+#include "form_tables.h"
 #include "formats.h"
 #include "portmap.h"
-#include "record_codec.h"
+#include "json_codec.h"
 #include "store_io.h"
 #include "tool_error.h"
 #include "wayshunt.h"
@@ -55,30 +56,22 @@ uint8_t slot_of(if_index_t i) {
   return portmap_get_slot(i, &slot) ? WAYSHUNT_SLOT_INVALID : slot;
 }
 
-// The size checks of the era, for one record. A store moved down keeps the
-// later eras' RW values.
+// The size checks of the era, for one record, from the service's table of
+// forms. A store moved down keeps the RW values of the latest era.
 void check_forms(const Record &r, Era era, bool moved_down, Violations &out) {
   std::string name = type_label(r.type()), e = era_name(era);
-  auto size_is = [&](const char *part, size_t have, size_t want) {
-    if (have != want)
+  auto size_is = [&](const char *part, const wayshunt_form_t &form, size_t have) {
+    if (form.name && have != form.size)
       out.push_back(std::string(part) + " is " + std::to_string(have) + " bytes; era " + e + " stores " + name + " " +
-                    part + "s in " + std::to_string(want));
+                    part + "s in " + std::to_string(form.size));
   };
   if (r.key.size() < 2) out.push_back("key is " + std::to_string(r.key.size()) + " bytes, shorter than the type header");
-  uint8_t t = r.type();
-  if (t == WAYSHUNT_KVS_KEY_FLOW_THRU_HOST) {
-    size_is("key", r.key.size(), flow_thru_key_size(era));
-    size_is("value", r.value.size(), 4);
-  } else if (is_rw(t)) {
-    size_is("key", r.key.size(), sizeof(wayshunt_kvs_key_rw_acl_entry_t));
-    bool v32 = era == Era::v32 && t == WAYSHUNT_KVS_KEY_ACL_RW_1 && !moved_down;
-    size_is("value", r.value.size(),
-            v32 ? sizeof(wayshunt_kvs_data_rw_acl_entry_32_t) : sizeof(wayshunt_kvs_data_rw_acl_entry_t));
-  } else if (is_els(t)) {
-    size_is("value", r.value.size(), sizeof(wayshunt_kvs_data_els_acl_entry_t));
-  } else if (t == WAYSHUNT_KVS_KEY_RUNTIME_LC_INFO && era == Era::v32) {
-    out.push_back("RUNTIME_LC_INFO record in a 3.2 store; the move down to 3.2 deletes every one");
-  }
+  const wayshunt_type_forms_t *forms = type_forms(r.type());
+  if (!forms) return;
+  size_is("key", forms->key[era_index(era)], r.key.size());
+  size_is("value", forms->value[era_index(moved_down && is_rw(r.type()) ? Era::v42 : era)], r.value.size());
+  if (!forms->stored[era_index(era)])
+    out.push_back(name + " record in a " + e + " store; the move down to " + e + " deletes every one");
 }
 
 void check_rw_after_upgrade(const Record &r, Violations &out) {

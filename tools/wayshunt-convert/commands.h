@@ -15,6 +15,7 @@ inline constexpr int kExitFound = 1;  // diff: the stores differ; verify: violat
 inline constexpr int kExitError = 2;  // bad arguments or input, or a store that cannot be read or written
 
 void add_dump_command(CLI::App &app);
+void add_info_command(CLI::App &app);
 void add_load_command(CLI::App &app);
 void add_diff_command(CLI::App &app);
 void add_gen_command(CLI::App &app);

@@ -8,6 +8,7 @@
 #include <sys/un.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -17,17 +18,18 @@
 #include "devroot.h"
 #include "status.h"
 #include "tool_error.h"
+#include "wayshunt_stored_files.h"
 
 namespace wsc {
 
 namespace fs = std::filesystem;
 
-const std::vector<std::string> kServiceFiles = {
-    "wayshunt_oper_cfg.dat",           "wayshunt_oper_cfg.kvs",           "wayshunt_oper_cfg.map",
-    "wayshunt_target_config.dat",      "wayshunt_target_config.kvs",      "wayshunt_target_config.map",
-    "wayshunt_pending_del_config.dat", "wayshunt_pending_del_config.kvs", "wayshunt_pending_del_config.map",
-    "wayshunt_tgt_cfg_v2.dat",         "wayshunt_tgt_cfg_v2.kvs",         "wayshunt_tgt_cfg_v2.map",
-};
+// The names of the service's stored files below /mnt/kvs.
+const std::vector<std::string> kServiceFiles = [] {
+  std::vector<std::string> names;
+  for (const char *path : wayshunt_stored_files) names.push_back(path + std::strlen(WAYSHUNT_STORED_FILE_DIR));
+  return names;
+}();
 
 namespace {
 

@@ -5,9 +5,8 @@
 //   bootflash/        shown at /bootflash: the conversion log wayshunt_cnv.log
 //   mnt/kvs/          shown at /mnt/kvs: the runtime store
 //                     wayshunt_runtime_ha.mdb (the path "/mnt/kvs" is what
-//                     convert_gsync gets) and the service's twelve stored files
-//                     wayshunt_{oper_cfg,target_config,pending_del_config,
-//                     tgt_cfg_v2}.{dat,kvs,map}, copied to the standby on a
+//                     convert_gsync gets) and the service's stored files
+//                     (wayshunt_stored_files.h), copied to the standby on a
 //                     move below 3.2
 //   standby/          the standby supervisor's file system (PLAT_STANDBY_ROOT):
 //                     /mnt/kvs/x on the standby is standby/mnt/kvs/x
@@ -28,14 +27,17 @@
 #include <string>
 #include <vector>
 
+#include "hub_defs.h"
+#include "wayshunt_cli.h"
+
 namespace wsc {
 
-// The twelve stored files of the service, below mnt/kvs, in copy order.
+// The stored files of the service, below mnt/kvs, in copy order.
 extern const std::vector<std::string> kServiceFiles;
 
 // The hub access point and opcode of the running service's decommission.
-inline constexpr int kServiceSap = 225;
-inline constexpr int kServiceOpcode = 4204;
+inline constexpr int kServiceSap = HUB_SAP_WAYSHUNT;
+inline constexpr int kServiceOpcode = WAYSHUNT_CLI_HUB_OPCODE;
 
 struct DeviceImage {
   std::string dir;  // absolute

@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "if_index.h"
-#include "wayshunt.h"
+#include "wayshunt_forms.h"
 
 namespace wsc {
 
@@ -17,13 +17,6 @@ namespace {
 struct Named {
   uint32_t value;
   const char *name;
-};
-
-constexpr Named kKeyTypes[] = {
-    {WAYSHUNT_KVS_KEY_FLOW_THRU_HOST, "FLOW_THRU_HOST"},   {WAYSHUNT_KVS_KEY_ACL_RW_1, "ACL_RW_1"},
-    {WAYSHUNT_KVS_KEY_ACL_RW_2, "ACL_RW_2"},               {WAYSHUNT_KVS_KEY_ACL_RW_3, "ACL_RW_3"},
-    {WAYSHUNT_KVS_KEY_ACL_ELS_1, "ACL_ELS_1"},             {WAYSHUNT_KVS_KEY_ACL_ELS_2, "ACL_ELS_2"},
-    {WAYSHUNT_KVS_KEY_ACL_ELS_3, "ACL_ELS_3"},             {WAYSHUNT_KVS_KEY_RUNTIME_LC_INFO, "RUNTIME_LC_INFO"},
 };
 
 constexpr Named kFlags[] = {
@@ -65,17 +58,11 @@ uint32_t small_number(std::string_view text, const char *what) {
 
 }  // namespace
 
-std::string key_type_name(uint8_t type) {
-  for (const Named &n : kKeyTypes)
-    if (n.value == type) return n.name;
-  return "";
-}
-
 std::optional<uint8_t> parse_key_type(const std::string &text) {
   std::string t = upper(trim(text));
   t = std::string(without_prefix(t, "WAYSHUNT_KVS_KEY_"));
-  for (const Named &n : kKeyTypes)
-    if (t == n.name) return static_cast<uint8_t>(n.value);
+  for (const wayshunt_type_forms_t &f : wayshunt_type_forms)
+    if (t == f.type_name) return f.kvs_type;
   try {
     return static_cast<uint8_t>(parse_number(t, 255));
   } catch (const std::invalid_argument &) {

@@ -1,4 +1,4 @@
-// Text forms of the stored fields, both ways: key type names, worldwide
+// Text forms of the stored fields, both ways: key types by name, worldwide
 // names (aa:bb:...), acl_flags by name, interface indexes (fc3/12,
 // port-channel5, virtual7 or hex), Fibre Channel addresses and hex strings.
 // Parsers throw std::invalid_argument with a short reason.
@@ -14,9 +14,6 @@
 
 namespace wsc {
 
-// "FLOW_THRU_HOST" for 54 and so on (WAYSHUNT_KVS_KEY_* without the
-// prefix); empty for a type without a name.
-std::string key_type_name(uint8_t type);
 // Name with or without the prefix, any case, or a number 0..255.
 std::optional<uint8_t> parse_key_type(const std::string &text);
 

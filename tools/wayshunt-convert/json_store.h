@@ -1,14 +1,14 @@
 // A whole store as JSON, the document that 'dump --json' writes and 'load'
 // reads:
 //   {"format": "wayshunt-store-1", "records": [<record>, ...]}
-// with each record as record_codec.h shows it.
+// with each record as json_codec.h shows it.
 #ifndef TOOLS_WAYSHUNT_CONVERT_JSON_STORE_H
 #define TOOLS_WAYSHUNT_CONVERT_JSON_STORE_H
 
 #include <string>
 
 #include "record.h"
-#include "record_codec.h"
+#include "json_codec.h"
 
 namespace wsc {
 

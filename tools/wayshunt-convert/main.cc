@@ -52,6 +52,7 @@ int main(int argc, char **argv) {
   app.footer(kFooter);
 
   wsc::add_dump_command(app);
+  wsc::add_info_command(app);
   wsc::add_load_command(app);
   wsc::add_diff_command(app);
   wsc::add_gen_command(app);

@@ -11,7 +11,7 @@
 #include "formats.h"
 #include "kvs_admin.h"
 #include "progress.h"
-#include "record_codec.h"
+#include "json_codec.h"
 #include "tool_error.h"
 
 namespace wsc {

@@ -14,7 +14,7 @@
 #include "hub_defs.h"
 #include "hub_paths.h"
 #include "hub_table.h"
-#include "plat_ctl.h"
+#include "plat_hooks.h"
 
 using plat::hub::Message;
 using plat::hub::Queue;

@@ -12,7 +12,7 @@
 #include "kvs_handle.h"
 #include "kvs_location.h"
 #include "kvs_registry.h"
-#include "plat_ctl.h"
+#include "plat_hooks.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include "kvs_handle.h"
 #include "kvs_location.h"
 #include "kvs_registry.h"
-#include "plat_ctl.h"
+#include "plat_hooks.h"
 
 namespace kvs {
 
@@ -232,9 +232,17 @@ extern "C" retcode_t kvs_store(kvs_service_t service, int mode, const kvs_datum_
   return st;
 }
 
+// The journal line of a delete shows the key datum as it reads after the
+// delete: when it is the walk's own key datum, that is the key the cursor
+// moved on to. In the guarded mode the walk's datum is unreadable once its
+// key is gone, so the same text is put together from before and after.
 extern "C" retcode_t kvs_delete(kvs_service_t service, const kvs_datum_t *key) {
   plat_fault_t f;
-  retcode_t st = 0;
+  retcode_t st = 0, ignored = 0;
+  const bool journal = plat_journal_on();
+  std::string key_text = journal ? hex(key) : std::string();
+  const kvs_datum_t *walk_key =
+      journal ? with_handle(service, ignored, [&](kvs::Handle *h) { return h->key(ignored); }) : nullptr;
   bool injected = plat_fault_hit("kvs_delete", &f);
   if (injected)
     st = f.value ? f.value : PLAT_ERR_INJECTED;  // nothing deleted: the cursor stays on the same key
@@ -242,7 +250,11 @@ extern "C" retcode_t kvs_delete(kvs_service_t service, const kvs_datum_t *key) {
     st = KVS_ERR_BAD_ARG;
   else
     with_handle(service, st, [&](kvs::Handle *h) { return st = h->remove(*key); });
-  if (plat_journal_on())
-    plat_journal("kvs_delete(%u, [%s]) = 0x%x%s", service, hex(key).c_str(), st, injected ? " (injected)" : "");
+  if (journal) {
+    const kvs_datum_t *now =
+        key == walk_key ? with_handle(service, ignored, [&](kvs::Handle *h) { return h->key(ignored); }) : nullptr;
+    if (now) key_text = hex(now);
+    plat_journal("kvs_delete(%u, [%s]) = 0x%x%s", service, key_text.c_str(), st, injected ? " (injected)" : "");
+  }
   return st;
 }

@@ -59,6 +59,7 @@ retcode_t Handle::open(const std::string &file, Handle **out) {
   h->file_ = file;
   h->dev_ = st.st_dev;
   h->ino_ = st.st_ino;
+  if (guard_wanted()) h->guard_ = std::make_unique<GuardedCopies>();
   h->key_buf_.reserve(512);
   h->val_buf_.reserve(256);
   int rc = mdb_env_create(&h->env_);
@@ -111,8 +112,22 @@ retcode_t Handle::close() {
   return status_of(rc);
 }
 
+// The datum on buf that goes out to the caller: d itself, or in the guarded
+// mode a guarded copy (null with PLAT_ERR_NO_MEMORY when none can be made).
+const kvs_datum_t *Handle::hand_out(kvs_datum_t &d, std::vector<unsigned char> &buf, retcode_t &st) {
+  d = {buf.data(), static_cast<unsigned int>(buf.size())};
+  st = 0;
+  if (!guard_) return &d;
+  const kvs_datum_t *g = guard_->copy(buf.data(), buf.size());
+  if (!g) st = PLAT_ERR_NO_MEMORY;
+  return g;
+}
+
 // Copies the key LMDB found into the key buffer and stands the cursor on it.
+// The data handed out for the key before are retired in the guarded mode.
 const kvs_datum_t *Handle::take(int rc, MDB_val *k, retcode_t &st) {
+  if (guard_) guard_->retire_all();
+  guard_key_ = nullptr;
   if (rc == MDB_NOTFOUND) pos_ = Pos::kEnd;
   if (rc) {
     st = status_of(rc);
@@ -120,11 +135,11 @@ const kvs_datum_t *Handle::take(int rc, MDB_val *k, retcode_t &st) {
   }
   const auto *p = static_cast<const unsigned char *>(k->mv_data);
   key_buf_.assign(p, p + k->mv_size);
-  key_ = {key_buf_.data(), static_cast<unsigned int>(key_buf_.size())};
   pos_ = Pos::kAt;
   synced_ = true;
-  st = 0;
-  return &key_;
+  const kvs_datum_t *out = hand_out(key_, key_buf_, st);
+  if (guard_) guard_key_ = out;
+  return out;
 }
 
 // Re-seats LMDB's cursor on the key under the logical cursor.
@@ -160,6 +175,7 @@ const kvs_datum_t *Handle::next(retcode_t &st) {
 }
 
 const kvs_datum_t *Handle::key(retcode_t &st) {
+  if (pos_ == Pos::kAt && guard_) return (st = guard_key_ ? 0 : PLAT_ERR_NO_MEMORY), guard_key_;
   if (pos_ == Pos::kAt) return st = 0, &key_;
   st = pos_ == Pos::kEnd ? KVS_ERR_NO_KEY : KVS_ERR_NO_CURSOR;
   return nullptr;
@@ -174,9 +190,7 @@ const kvs_datum_t *Handle::value(retcode_t &st) {
   if (rc) return st = status_of(rc), nullptr;
   const auto *p = static_cast<const unsigned char *>(v.mv_data);
   val_buf_.assign(p, p + v.mv_size);
-  val_ = {val_buf_.data(), static_cast<unsigned int>(val_buf_.size())};
-  st = 0;
-  return &val_;
+  return hand_out(val_, val_buf_, st);
 }
 
 retcode_t Handle::store(const kvs_datum_t &key, const kvs_datum_t &value) {

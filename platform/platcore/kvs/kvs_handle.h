@@ -8,6 +8,10 @@
 // cursor leaves it in place) independent of LMDB's own cursor-after-delete
 // rules.
 //
+// In the guarded test mode (PLAT_KVS_GUARD=1) keys and values go out as
+// guarded copies (kvs_guard.h), retired whenever the cursor moves or its key
+// is deleted.
+//
 // Every store and delete is also kept in an operation log, so that when the
 // memory map fills up the transaction can be replayed in a larger map: a
 // store grows without a fixed limit and the change stays atomic.
@@ -17,10 +21,12 @@
 #include <lmdb.h>
 #include <sys/types.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "kvs_defs.h"
+#include "kvs_guard.h"
 
 namespace kvs {
 
@@ -55,6 +61,7 @@ class Handle {
   int begin();
   int sync();
   const kvs_datum_t *take(int rc, MDB_val *k, retcode_t &st);
+  const kvs_datum_t *hand_out(kvs_datum_t &d, std::vector<unsigned char> &buf, retcode_t &st);
   bool is_current(const kvs_datum_t &key) const;
   template <typename Op>
   int write(Op op);
@@ -74,6 +81,8 @@ class Handle {
   std::vector<unsigned char> key_buf_, val_buf_;
   kvs_datum_t key_{}, val_{}, empty_{};
   std::string oplog_;
+  std::unique_ptr<GuardedCopies> guard_;  // only in the guarded test mode
+  const kvs_datum_t *guard_key_ = nullptr;  // the guarded copy of the key under the cursor
 };
 
 // Maps an LMDB or errno code to a store status and remembers its text for

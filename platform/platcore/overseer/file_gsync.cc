@@ -12,7 +12,7 @@
 
 #include "hub/hub_internal.h"
 #include "overseer.h"
-#include "plat_ctl.h"
+#include "plat_hooks.h"
 #include "standby_copy.h"
 #include "standby_path.h"
 

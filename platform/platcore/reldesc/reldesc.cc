@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "plat_ctl.h"
+#include "plat_hooks.h"
 #include "reldesc.h"
 
 namespace {

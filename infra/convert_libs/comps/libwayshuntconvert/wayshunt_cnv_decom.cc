@@ -17,11 +17,11 @@ retcode_t wayshunt_handle_downgrade(char *path) {
   int err;
 
   (void)path;  // the files to copy have fixed paths
-  if (to_major > from_major || (to_major == from_major && to_minor > from_minor)) {
+  if (wayshunt_cnv_is_upgrade()) {
     WAYSHUNT_CNV_TRACE("%s():%d Conversion NOT Needed\n");
     return 0;
   }
-  if (!(to_major == 1 || to_major == 2 || (to_major == 3 && to_minor <= 1))) return 0;
+  if (!wayshunt_cnv_to_below_32()) return 0;
 
   // flags and uuid are 0: a queue of no service, at this supervisor. The
   // hub reads neither version, qlen nor buff_sum, and node only with a flag

@@ -6,14 +6,11 @@
 #define WAYSHUNT_CNV_DECOM_H
 
 #include "hub_defs.h"
-#include "wayshunt_cnv.h"
+#include "wayshunt_cnv_int.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
-
-/* Status of wayshunt_handle_downgrade when no hub queue could be bound. */
-#define WAYSHUNT_CNV_HUB_BIND_FAILED 16
 
 /* Asks the running service to decommission the switch and waits for its
  * answer. A failed send or receive is logged and passed over: always 0. */

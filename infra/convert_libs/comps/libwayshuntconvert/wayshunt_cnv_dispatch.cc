@@ -20,7 +20,7 @@ retcode_t wayshunt_cnv_handle_downgrade_for_runtime_kvs(char *path) {
   const char *kvs_url;
   retcode_t rc;
   WAYSHUNT_CNV_TRACE("%s():%d from %u.%u to %u.%u\n", from_major, from_minor, to_major, to_minor);
-  if (to_major < 4 || (to_major == 4 && to_minor <= 1)) {
+  if (wayshunt_cnv_to_413_or_lower()) {
     kvs_url = wayshunt_cnv_uri_complete(path, kvs_name);
     WAYSHUNT_CNV_TRACE("%s():%d kvs_url: %s\n", kvs_url);
     WAYSHUNT_CNV_TRACE("%s():%d Downgrade to 4.1.x or lower\n");
@@ -31,7 +31,7 @@ retcode_t wayshunt_cnv_handle_downgrade_for_runtime_kvs(char *path) {
       return rc;
     }
   }
-  if (to_major == 3 && to_minor == 2) {
+  if (wayshunt_cnv_to_32()) {
     kvs_url = wayshunt_cnv_uri_complete(path, kvs_name);
     WAYSHUNT_CNV_TRACE("%s():%d kvs_url: %s\n", kvs_url);
     WAYSHUNT_CNV_TRACE("%s():%d Downgrade to 3.2\n");
@@ -52,11 +52,11 @@ extern "C" retcode_t wayshunt_cnv_handle_upgrade_for_runtime_kvs(char *path) {
   WAYSHUNT_CNV_TRACE("%s():%d from %u.%u to %u.%u\n", from_major, from_minor, to_major, to_minor);
   const char *kvs_url = wayshunt_cnv_uri_complete(path, kvs_name);
   WAYSHUNT_CNV_TRACE("%s():%d kvs_url: %s\n", kvs_url);
-  if (from_major < 3 || (from_major == 3 && from_minor <= 1)) {
+  if (wayshunt_cnv_from_31_or_lower()) {
     WAYSHUNT_CNV_TRACE("%s():%d Upgrade 3.1.x, or Lower. ignoring\n");
     return 0;
   }
-  if (from_major == 3 && from_minor == 2) {
+  if (wayshunt_cnv_from_32()) {
     WAYSHUNT_CNV_TRACE("%s():%d upgrade from 3.2\n");
     rc = wayshunt_cnv_config_upgrade_from_32(kvs_url);
     if (rc != 0) {
@@ -64,7 +64,7 @@ extern "C" retcode_t wayshunt_cnv_handle_upgrade_for_runtime_kvs(char *path) {
       return rc;
     }
   }
-  if (from_major < 4 || (from_major == 4 && from_minor <= 1)) {
+  if (wayshunt_cnv_from_413_or_lower()) {
     WAYSHUNT_CNV_TRACE("%s():%d upgrade from 4.1.3 or lower\n");
     rc = wayshunt_cnv_config_upgrade_from_413_or_lower(kvs_url);
     if (rc != 0) WAYSHUNT_CNV_ERROR("%s():%d upgrade from 4.1.3 or lower Failed");

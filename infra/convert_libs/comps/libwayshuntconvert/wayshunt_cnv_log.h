@@ -7,7 +7,7 @@
 #ifndef WAYSHUNT_CNV_LOG_H
 #define WAYSHUNT_CNV_LOG_H
 
-#include "wayshunt_cnv.h"
+#include "wayshunt_cnv_int.h"
 
 #define WAYSHUNT_CNV_LOG_PATH "/bootflash/wayshunt_cnv.log"
 

@@ -47,9 +47,9 @@ retcode_t convert_gsync(char *path, char *pkg_name, char *to_pkg_version, char *
   wayshunt_cnv_read_versions();
   if (!wayshunt_cnv_versions_resolved())
     rc = WAYSHUNT_CNV_ERR_VERSION;  // nothing converted, the caller told (see convert_startup)
-  else if (from_major > to_major || (from_major == to_major && from_minor > to_minor))
+  else if (wayshunt_cnv_is_downgrade())
     rc = wayshunt_cnv_handle_downgrade_for_runtime_kvs(path);
-  else if (from_major < to_major || (from_major == to_major && from_minor < to_minor))
+  else if (wayshunt_cnv_is_upgrade())
     rc = wayshunt_cnv_handle_upgrade_for_runtime_kvs(path);
   wayshunt_cnv_log_cleanup();
   return rc;

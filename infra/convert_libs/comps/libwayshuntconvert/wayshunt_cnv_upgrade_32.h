@@ -5,7 +5,7 @@
 #ifndef WAYSHUNT_CNV_UPGRADE_32_H
 #define WAYSHUNT_CNV_UPGRADE_32_H
 
-#include "wayshunt_cnv.h"
+#include "wayshunt_cnv_int.h"
 
 #ifdef __cplusplus
 extern "C" {

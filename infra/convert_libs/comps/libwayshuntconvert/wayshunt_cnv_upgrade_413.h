@@ -4,7 +4,7 @@
 #ifndef WAYSHUNT_CNV_UPGRADE_413_H
 #define WAYSHUNT_CNV_UPGRADE_413_H
 
-#include "wayshunt_cnv.h"
+#include "wayshunt_cnv_int.h"
 
 #ifdef __cplusplus
 extern "C" {

@@ -57,3 +57,26 @@ wayshunt_bool_t wayshunt_cnv_read_versions(void) {
 
 wayshunt_bool_t wayshunt_cnv_versions_resolved(void) { return versions_resolved; }
 }
+
+// Every decision on the releases, one predicate each. Majors are compared
+// first and minors only among equal majors, as signed integers; the patch
+// never counts.
+extern "C" {
+
+static wayshunt_bool_t below(int32 major, int32 minor, int32 other_major, int32 other_minor) {
+  return major < other_major || (major == other_major && minor < other_minor);
+}
+
+wayshunt_bool_t wayshunt_cnv_is_downgrade(void) { return below(to_major, to_minor, from_major, from_minor); }
+wayshunt_bool_t wayshunt_cnv_is_upgrade(void) { return below(from_major, from_minor, to_major, to_minor); }
+wayshunt_bool_t wayshunt_cnv_to_413_or_lower(void) { return below(to_major, to_minor, 4, 2); }
+wayshunt_bool_t wayshunt_cnv_to_32(void) { return to_major == 3 && to_minor == 2; }
+wayshunt_bool_t wayshunt_cnv_from_31_or_lower(void) { return below(from_major, from_minor, 3, 2); }
+wayshunt_bool_t wayshunt_cnv_from_32(void) { return from_major == 3 && from_minor == 2; }
+wayshunt_bool_t wayshunt_cnv_from_413_or_lower(void) { return below(from_major, from_minor, 4, 2); }
+// Only releases 1 to 3.1 are decommissioned: a major of 0 or less is no
+// release the service ever ran, and is left alone.
+wayshunt_bool_t wayshunt_cnv_to_below_32(void) {
+  return to_major == 1 || to_major == 2 || (to_major == 3 && to_minor <= 1);
+}
+}

@@ -11,7 +11,7 @@
 #include <cstring>
 #include <string>
 
-#include "hub/hub_admin.h"
+#include "hub_admin.h"
 #include "hub_defs.h"
 #include "plat_ctl.h"
 

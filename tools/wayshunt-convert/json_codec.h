@@ -1,7 +1,7 @@
-// Records decoded into named fields and encoded back, by stored form.
+// Records as JSON and as "name=value" text, both ways, by stored form.
 //
 // The form of a key or value follows from its key type and its size, as the
-// service's releases store them (wayshunt.h):
+// service's releases store them (form_tables.h):
 //   key    flow_thru_host (22 bytes, type 54), flow_thru_host_413 (18, type
 //          54), rw_acl (10, types 55-57), else raw
 //   value  flow_thru (4, type 54), rw_acl (82, types 55-57), rw_acl_32 (84,
@@ -14,8 +14,8 @@
 //              "acl_hash_key_lower": "0x00000000000004d2"},
 //    "value": {"form": "rw_acl", "size": 82, "tgt_pwwn": "50:06:01:60:...", ...}}
 // "size" is optional on input; when given it must match the form.
-#ifndef TOOLS_WAYSHUNT_CONVERT_RECORD_CODEC_H
-#define TOOLS_WAYSHUNT_CONVERT_RECORD_CODEC_H
+#ifndef TOOLS_WAYSHUNT_CONVERT_JSON_CODEC_H
+#define TOOLS_WAYSHUNT_CONVERT_JSON_CODEC_H
 
 #include <nlohmann/json.hpp>
 #include <stdexcept>
@@ -42,10 +42,6 @@ class FieldError : public std::runtime_error {
 
 // "ACL_RW_1", or the number for a type without a name.
 std::string type_label(uint8_t type);
-
-// Names of the forms a record's key and value are in ("raw" when none fits).
-std::string key_form_name(const Record &r);
-std::string value_form_name(const Record &r);
 
 Json record_to_json(const Record &r);
 // Throws FieldError naming the field that is missing or wrong.

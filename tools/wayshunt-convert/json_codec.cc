@@ -1,141 +1,19 @@
-// Records decoded into named fields and encoded back, by stored form. The
-// field tables take every offset and width from the layouts in wayshunt.h.
-#include "record_codec.h"
+// Records decoded into named fields and encoded back, by stored form (the
+// forms and their fields are in form_tables.h).
+#include "json_codec.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <set>
 #include <utility>
 
+#include "form_tables.h"
 #include "formats.h"
-#include "wayshunt.h"
 
 namespace wsc {
 
 namespace {
-
-enum class Kind { U8, I32, U32, U32Hex, U64Hex, Wwn, Fcid, AclFlags, IfIndex, Hex };
-
-struct Field {
-  const char *path;  // "rw_key.vsan": nested objects in the JSON
-  size_t off;
-  size_t width;
-  Kind kind;
-  bool brief;  // shown in the table by default
-};
-
-struct Form {
-  const char *name;
-  size_t size;
-  std::vector<Field> fields;
-};
-
-#define FIELD(T, member, name, kind, brief) \
-  Field { name, offsetof(T, member), sizeof(std::declval<T &>().member), Kind::kind, brief }
-
-using FtKey = wayshunt_kvs_key_flow_thru_host_t;
-using FtKey413 = wayshunt_kvs_key_flow_thru_host_413_t;
-using RwKey = wayshunt_kvs_key_rw_acl_entry_t;
-using Rw = wayshunt_kvs_data_rw_acl_entry_t;
-using Rw32 = wayshunt_kvs_data_rw_acl_entry_32_t;
-using Els = wayshunt_kvs_data_els_acl_entry_t;
-
-// The fields shared by both RW value forms (offsets 0 to 80).
-template <typename T>
-std::vector<Field> rw_fields() {
-  return {
-      FIELD(T, tgt_pwwn, "tgt_pwwn", Wwn, true),
-      FIELD(T, acl_flags, "acl_flags", AclFlags, true),
-      FIELD(T, src_sid_wwn, "src_sid_wwn", Wwn, true),
-      FIELD(T, src_did_wwn, "src_did_wwn", Wwn, true),
-      FIELD(T, dst_sid_wwn, "dst_sid_wwn", Wwn, false),
-      FIELD(T, dst_did_wwn, "dst_did_wwn", Wwn, false),
-      FIELD(T, if_index, "if_index", IfIndex, true),
-      FIELD(T, rw_key.vsan, "rw_key.vsan", I32, false),
-      FIELD(T, rw_key.sid, "rw_key.sid", Fcid, false),
-      FIELD(T, rw_key.did, "rw_key.did", Fcid, false),
-      FIELD(T, rw_key.num_luns, "rw_key.num_luns", U8, false),
-      FIELD(T, rw_info.vsan, "rw_info.vsan", I32, false),
-      FIELD(T, rw_info.sid, "rw_info.sid", Fcid, false),
-      FIELD(T, rw_info.did, "rw_info.did", Fcid, false),
-      FIELD(T, rw_info.up, "rw_info.up", U8, false),
-      FIELD(T, rw_info.up_valid, "rw_info.up_valid", U8, false),
-      FIELD(T, rw_info.num_prog_if_MSB, "rw_info.num_prog_if_MSB", U8, false),
-      FIELD(T, rw_info.num_del_if_MSB, "rw_info.num_del_if_MSB", U8, false),
-      FIELD(T, rw_info.flags, "rw_info.flags", U32Hex, false),
-  };
-}
-
-template <typename... Parts>
-std::vector<Field> join(std::vector<Field> a, Parts... rest) {
-  (a.insert(a.end(), rest.begin(), rest.end()), ...);
-  return a;
-}
-
-const std::vector<Form> &key_forms() {
-  static const std::vector<Form> forms = {
-      {"flow_thru_host", sizeof(FtKey),
-       {FIELD(FtKey, key_type.kvs_sub_type, "sub_type", U8, false), FIELD(FtKey, vsan, "vsan", I32, true),
-        FIELD(FtKey, host_pwwn, "host_pwwn", Wwn, true), FIELD(FtKey, tgt_pwwn, "tgt_pwwn", Wwn, true)}},
-      {"flow_thru_host_413", sizeof(FtKey413),
-       {FIELD(FtKey413, key_type.kvs_sub_type, "sub_type", U8, false),
-        FIELD(FtKey413, host_pwwn, "host_pwwn", Wwn, true), FIELD(FtKey413, tgt_pwwn, "tgt_pwwn", Wwn, true)}},
-      {"rw_acl", sizeof(RwKey),
-       {FIELD(RwKey, key_type.kvs_sub_type, "sub_type", U8, false),
-        FIELD(RwKey, acl_hash_key_lower, "acl_hash_key_lower", U64Hex, true)}},
-  };
-  return forms;
-}
-
-const std::vector<Form> &value_forms() {
-  static const std::vector<Form> forms = {
-      {"flow_thru", sizeof(uint32), {Field{"value", 0, 4, Kind::U32, true}}},
-      {"rw_acl", sizeof(Rw), join(rw_fields<Rw>(), std::vector<Field>{FIELD(Rw, slot_num, "slot_num", U8, true)})},
-      {"rw_acl_32", sizeof(Rw32), join(rw_fields<Rw32>(), std::vector<Field>{FIELD(Rw32, unused, "unused", Hex, false)})},
-      {"els_acl",
-       sizeof(Els),
-       {FIELD(Els, tgt_pwwn, "tgt_pwwn", Wwn, true), FIELD(Els, src_pwwn, "src_pwwn", Wwn, true),
-        FIELD(Els, src_vsan, "src_vsan", I32, true), FIELD(Els, src_fcid, "src_fcid", Fcid, false),
-        FIELD(Els, dst_fcid, "dst_fcid", Fcid, false), FIELD(Els, if_index, "if_index", IfIndex, true),
-        FIELD(Els, flags, "flags", U32Hex, true), FIELD(Els, slot_num, "slot_num", U8, true)}},
-  };
-  return forms;
-}
-
-#undef FIELD
-
-const Form *find_form(const std::vector<Form> &forms, const std::string &name) {
-  for (const Form &f : forms)
-    if (name == f.name) return &f;
-  return nullptr;
-}
-
-bool is_rw(uint8_t t) { return t >= WAYSHUNT_KVS_KEY_ACL_RW_1 && t <= WAYSHUNT_KVS_KEY_ACL_RW_3; }
-bool is_els(uint8_t t) { return t >= WAYSHUNT_KVS_KEY_ACL_ELS_1 && t <= WAYSHUNT_KVS_KEY_ACL_ELS_3; }
-
-// The forms a key or value of this type may take, besides raw.
-std::vector<std::string> allowed_key_forms(uint8_t t) {
-  if (t == WAYSHUNT_KVS_KEY_FLOW_THRU_HOST) return {"flow_thru_host", "flow_thru_host_413"};
-  if (is_rw(t)) return {"rw_acl"};
-  return {};
-}
-
-std::vector<std::string> allowed_value_forms(uint8_t t) {
-  if (t == WAYSHUNT_KVS_KEY_FLOW_THRU_HOST) return {"flow_thru"};
-  if (is_rw(t)) return {"rw_acl", "rw_acl_32"};
-  if (is_els(t)) return {"els_acl"};
-  return {};
-}
-
-// The form of the bytes: the allowed one of their size, else null (raw).
-const Form *form_of(const std::vector<Form> &forms, const std::vector<std::string> &allowed, size_t size) {
-  for (const std::string &name : allowed)
-    if (const Form *f = find_form(forms, name); f && f->size == size) return f;
-  return nullptr;
-}
-
-const Form *key_form(const Record &r) { return form_of(key_forms(), allowed_key_forms(r.type()), r.key.size()); }
-const Form *value_form(const Record &r) { return form_of(value_forms(), allowed_value_forms(r.type()), r.value.size()); }
 
 uint64_t read_le(const uint8_t *p, size_t n) {
   uint64_t v = 0;
@@ -232,7 +110,7 @@ const Json *find_at(const Json &obj, const std::string &path) {
 
 Json decode_part(const Form *form, const Bytes &bytes) {
   Json j = Json::object();
-  j["form"] = form ? form->name : "raw";
+  j["form"] = form ? form->name : std::string("raw");
   j["size"] = bytes.size();
   if (!form) {
     j["hex"] = to_hex(bytes);
@@ -256,11 +134,45 @@ void check_members(const Json &j, const std::set<std::string> &known, const std:
   }
 }
 
-// Encodes j, a key or value part, into bytes. where: "key" or "value".
-// For a key, bytes[0] is the key type and the form's fields start behind it.
-Bytes encode_part(const Json &j, const std::string &where, const std::vector<Form> &forms,
-                  const std::vector<std::string> &allowed, uint8_t type, bool is_key) {
-  if (!j.is_object()) throw FieldError(where, "expected an object with \"form\" and its fields");
+// The bytes of a raw part: its "hex"; a key's first byte must be the type.
+Bytes encode_raw(const Json &j, const std::string &where, uint8_t type, bool is_key) {
+  const Json *hex = find_at(j, "hex");
+  if (!hex) throw FieldError(where + ".hex", "missing");
+  Bytes out;
+  try {
+    out = from_hex(json_string(*hex));
+  } catch (const std::invalid_argument &e) {
+    throw FieldError(where + ".hex", e.what());
+  }
+  if (is_key && out.empty()) throw FieldError(where + ".hex", "a key holds at least its type byte");
+  if (is_key && out[0] != type)
+    throw FieldError(where + ".hex", "first byte " + to_hex(out.data(), 1) + " is not the record's type " +
+                                         to_hex(&type, 1));
+  return out;
+}
+
+// The bytes of a part in a form: every field of the form from j; known gets
+// the field names. For a key, byte 0 is the key type and the fields follow.
+Bytes encode_fields(const Json &j, const std::string &where, const Form &form, uint8_t type, bool is_key,
+                    std::set<std::string> &known) {
+  Bytes out(form.size, 0);
+  if (is_key) out[0] = type;
+  for (const Field &f : form.fields) {
+    known.insert(f.path);
+    const Json *v = find_at(j, f.path);
+    if (!v) throw FieldError(where + "." + f.path, "missing");
+    try {
+      encode_field(f, *v, out.data() + f.off);
+    } catch (const std::invalid_argument &e) {
+      throw FieldError(where + "." + f.path, e.what());
+    }
+  }
+  return out;
+}
+
+// The form named by j's "form" member, or null for raw.
+const Form *named_form(const Json &j, const std::string &where, const Form *(*find)(const std::string &),
+                       const std::vector<std::string> &allowed, uint8_t type) {
   auto fit = j.find("form");
   if (fit == j.end() || !fit->is_string()) {
     std::string forms = "raw";
@@ -268,45 +180,26 @@ Bytes encode_part(const Json &j, const std::string &where, const std::vector<For
     throw FieldError(where + ".form", "missing (one of: " + forms + ")");
   }
   const std::string &name = fit->get_ref<const std::string &>();
-  Bytes out;
+  if (name == "raw") return nullptr;
+  const Form *form = find(name);
+  if (!form || std::find(allowed.begin(), allowed.end(), name) == allowed.end())
+    throw FieldError(where + ".form", "'" + name + "' is not a form of " + type_label(type) + " " + where + "s");
+  return form;
+}
+
+// Encodes j, a key or value part, into bytes. where: "key" or "value".
+Bytes encode_part(const Json &j, const std::string &where, const Form *(*find)(const std::string &),
+                  const std::vector<std::string> &allowed, uint8_t type, bool is_key) {
+  if (!j.is_object()) throw FieldError(where, "expected an object with \"form\" and its fields");
+  const Form *form = named_form(j, where, find, allowed, type);
   std::set<std::string> known = {"form", "size"};
-  if (name == "raw") {
-    known.insert("hex");
-    const Json *hex = find_at(j, "hex");
-    if (!hex) throw FieldError(where + ".hex", "missing");
-    try {
-      out = from_hex(json_string(*hex));
-    } catch (const std::invalid_argument &e) {
-      throw FieldError(where + ".hex", e.what());
-    }
-    if (is_key && out.empty()) throw FieldError(where + ".hex", "a key holds at least its type byte");
-    if (is_key && out[0] != type)
-      throw FieldError(where + ".hex", "first byte " + to_hex(out.data(), 1) + " is not the record's type " +
-                                           to_hex(&type, 1));
-  } else {
-    bool ok = false;
-    for (const std::string &a : allowed) ok |= a == name;
-    const Form *form = find_form(forms, name);
-    if (!form || !ok)
-      throw FieldError(where + ".form", "'" + name + "' is not a form of " + type_label(type) + " " + where + "s");
-    out.assign(form->size, 0);
-    if (is_key) out[0] = type;
-    for (const Field &f : form->fields) {
-      known.insert(f.path);
-      const Json *v = find_at(j, f.path);
-      if (!v) throw FieldError(where + "." + f.path, "missing");
-      try {
-        encode_field(f, *v, out.data() + f.off);
-      } catch (const std::invalid_argument &e) {
-        throw FieldError(where + "." + f.path, e.what());
-      }
-    }
-  }
+  if (!form) known.insert("hex");
+  Bytes out = form ? encode_fields(j, where, *form, type, is_key, known) : encode_raw(j, where, type, is_key);
   check_members(j, known, where);
   if (const Json *size = find_at(j, "size")) {
     if (!size->is_number_unsigned() || size->get<uint64_t>() != out.size())
       throw FieldError(where + ".size", size->dump() + " does not match the " + std::to_string(out.size()) +
-                                            " bytes of form " + name);
+                                            " bytes of form " + (form ? form->name : std::string("raw")));
   }
   return out;
 }
@@ -316,16 +209,6 @@ Bytes encode_part(const Json &j, const std::string &where, const std::vector<For
 std::string type_label(uint8_t type) {
   std::string name = key_type_name(type);
   return name.empty() ? std::to_string(type) : name;
-}
-
-std::string key_form_name(const Record &r) {
-  const Form *f = key_form(r);
-  return f ? f->name : "raw";
-}
-
-std::string value_form_name(const Record &r) {
-  const Form *f = value_form(r);
-  return f ? f->name : "raw";
 }
 
 Json record_to_json(const Record &r) {
@@ -354,8 +237,8 @@ Record record_from_json(const Json &j) {
   if (k == j.end()) throw FieldError("key", "missing");
   if (v == j.end()) throw FieldError("value", "missing");
   Record r;
-  r.key = encode_part(*k, "key", key_forms(), allowed_key_forms(*type), *type, true);
-  r.value = encode_part(*v, "value", value_forms(), allowed_value_forms(*type), *type, false);
+  r.key = encode_part(*k, "key", find_key_form, allowed_key_forms(*type), *type, true);
+  r.value = encode_part(*v, "value", find_value_form, allowed_value_forms(*type), *type, false);
   return r;
 }
 

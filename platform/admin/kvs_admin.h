@@ -7,7 +7,20 @@
  *   PLAT_KVS_ROOT      folder prepended to <dir> (default: none)
  *   PLAT_KVS_MAP_SIZE  bytes of address space a store starts with (default
  *                      1 GiB); a store that fills it grows by doubling, so
- *                      the size of the file system is the only limit */
+ *                      the size of the file system is the only limit
+ *   PLAT_KVS_GUARD     "1": guarded data, a test mode (default off). Every
+ *                      key and value the walk calls hand out is then a
+ *                      read-only copy in pages of its own, placed so that
+ *                      its last byte is the last byte before an
+ *                      inaccessible page, and the datum struct lies in the
+ *                      same pages. When the cursor moves (kvs_move2location)
+ *                      or its key is deleted, the copies of the key and its
+ *                      values become inaccessible (they are unmapped some
+ *                      time later). So a read past siz, a write into store
+ *                      data or a use of a datum after the cursor moved ends
+ *                      the process with SIGSEGV at once. A store under the
+ *                      cursor's key leaves them readable. Read at each open;
+ *                      slow, for tests only. */
 #ifndef PLAT_KVS_ADMIN_H
 #define PLAT_KVS_ADMIN_H
 

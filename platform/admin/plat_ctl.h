@@ -1,4 +1,5 @@
-/* Control of the platform stand-ins: fault injection and the call journal.
+/* Control of the platform stand-ins: fault injection and the call journal,
+ * as tests and tools use it (the stand-ins' own side is plat_hooks.h).
  *
  * Faults make chosen calls of named platform functions fail. Rules come from
  * the environment variable PLAT_FAULTS (read at the first platform call) and
@@ -37,17 +38,6 @@
 extern "C" {
 #endif
 
-typedef enum plat_fault_kind_ {
-  PLAT_FAULT_STATUS = 0, /* fail with value (a status, or an errno for hub calls) */
-  PLAT_FAULT_NULL = 1,   /* null result, status 0 */
-  PLAT_FAULT_EMPTY = 2,  /* empty datum, status 0 */
-} plat_fault_kind_t;
-
-typedef struct plat_fault_ {
-  plat_fault_kind_t kind;
-  uint32_t value; /* 0 when the rule named no action: the caller's default applies */
-} plat_fault_t;
-
 /* Adds the rules of text. 0, or -1 with errno EINVAL (nothing added) and a
  * description of the first bad rule in plat_fault_error(). */
 int plat_fault_add(const char *text);
@@ -58,10 +48,6 @@ const char *plat_fault_error(void);
 /* Drops every rule and every call count. The environment is not read again. */
 void plat_fault_reset(void);
 
-/* For the stand-ins: counts a call of func and returns 1 with *fault filled
- * when a rule makes this call fail, 0 otherwise. */
-int plat_fault_hit(const char *func, plat_fault_t *fault);
-
 /* Calls of func counted since the start or the last plat_fault_reset(). */
 uint32_t plat_call_count(const char *func);
 
@@ -70,9 +56,6 @@ int plat_journal_set(const char *path);
 
 /* Non-zero while a journal is being written. */
 int plat_journal_on(void);
-
-/* For the stand-ins: appends one formatted line (a '\n' is added). */
-void plat_journal(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 #ifdef __cplusplus
 }

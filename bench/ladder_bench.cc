@@ -1,0 +1,343 @@
+// ladder_bench [--runs N] [--sizes 10000,100000,1000000] [--groups 1000,10000,100000] [--lib lib.so]
+//
+// Every move of the ladder of record forms against one raw pass over the
+// same store. For each era (3.2, 4.1, 4.2) and size it generates a store
+// with the tool's generator, then times, each on a fresh copy and in a child
+// process of its own:
+//  - raw: straight on LMDB, one write transaction rewriting every value;
+//  - each move from that era through the library and the stand-ins:
+//    4.2->4.1, 4.2->3.2 (two passes), 4.1->3.2, 4.1->4.2, 3.2->4.2 (two).
+// Then one target whose entries all share one slot and source pair, for the
+// two trunk fix-ups (4.1->4.2 and 3.2->4.2).
+// Printed per row: median seconds over the runs, records/s, ratio to the raw
+// pass of the same store, cost per record relative to the smallest size of
+// the same move (for a one-group row: relative to the spread store of the
+// same move and size, or the nearest size), and the peak resident memory of
+// the child (wait4's ru_maxrss), with the raw pass's beside it.
+// The library is the gate-shut build beside this program unless --lib names
+// another.
+#include <dlfcn.h>
+#include <lmdb.h>
+#include <limits.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "if_index.h"
+#include "synth.h"
+#include "wayshunt.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+using conv_fn = int32_t (*)(const char *);
+
+[[noreturn]] void die(const std::string &what) {
+  std::fprintf(stderr, "ladder_bench: %s\n", what.c_str());
+  std::exit(1);
+}
+
+struct Options {
+  int runs = 3;
+  std::vector<size_t> sizes{10000, 100000, 1000000};
+  std::vector<size_t> groups{1000, 10000, 100000};
+  std::string lib;
+  std::string dir;
+};
+
+std::vector<size_t> parse_sizes(const char *s) {
+  std::vector<size_t> out;
+  std::stringstream in(s);
+  for (std::string item; std::getline(in, item, ',');)
+    if (!item.empty()) out.push_back(std::stoul(item));
+  return out;
+}
+
+// The conversions of the library, by name.
+struct Library {
+  conv_fn down413, down32, up32, up413;
+};
+
+Library load(const std::string &path) {
+  void *h = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (!h) die(std::string("cannot load ") + dlerror());
+  auto sym = [&](const char *name) {
+    void *p = dlsym(h, name);
+    if (!p) die(std::string("no ") + name + " in " + path);
+    return reinterpret_cast<conv_fn>(p);
+  };
+  return {sym("wayshunt_cnv_config_downgrade_to_413_or_lower"), sym("wayshunt_cnv_config_downgrade_to_3_2"),
+          sym("wayshunt_cnv_config_upgrade_from_32"), sym("wayshunt_cnv_config_upgrade_from_413_or_lower")};
+}
+
+// ---- stores straight on LMDB ----
+
+struct Env {
+  MDB_env *env = nullptr;
+  MDB_txn *txn = nullptr;
+  MDB_dbi dbi = 0;
+  explicit Env(const std::string &file, size_t map) {
+    if (mdb_env_create(&env) || mdb_env_set_mapsize(env, map) || mdb_env_open(env, file.c_str(), MDB_NOSUBDIR, 0644) ||
+        mdb_txn_begin(env, nullptr, 0, &txn) || mdb_dbi_open(txn, nullptr, 0, &dbi))
+      die("cannot open " + file);
+  }
+  void commit() {
+    if (mdb_txn_commit(txn)) die("commit failed");
+    mdb_env_close(env);
+  }
+};
+
+void write_store(const std::string &file, const wsc::Records &records) {
+  fs::remove(file);
+  fs::remove(file + "-lock");
+  Env e(file, size_t{4} << 30);
+  for (const auto &r : records) {
+    MDB_val k{r.key.size(), const_cast<uint8_t *>(r.key.data())};
+    MDB_val v{r.value.size(), const_cast<uint8_t *>(r.value.data())};
+    if (mdb_put(e.txn, e.dbi, &k, &v, 0)) die("put failed");
+  }
+  e.commit();
+}
+
+// The raw pass: every value read and written back, one transaction, with
+// the map size the store stand-in would choose.
+void raw_pass(const std::string &file) {
+  Env e(file, 2 * fs::file_size(file) + (size_t{64} << 20));
+  MDB_cursor *c;
+  if (mdb_cursor_open(e.txn, e.dbi, &c)) die("cursor");
+  std::vector<uint8_t> buf;
+  MDB_val k, v;
+  for (int rc = mdb_cursor_get(c, &k, &v, MDB_FIRST); rc == 0; rc = mdb_cursor_get(c, &k, &v, MDB_NEXT)) {
+    const auto *p = static_cast<const uint8_t *>(v.mv_data);
+    buf.assign(p, p + v.mv_size);
+    MDB_val nv{buf.size(), buf.data()};
+    if (mdb_cursor_put(c, &k, &nv, MDB_CURRENT)) die("cursor put");
+  }
+  e.commit();
+}
+
+// ---- generated stores ----
+
+wsc::Records one_group(wsc::Era era, size_t n) {
+  wsc::Records out;
+  uint64_t s = 0x1234 + n;
+  auto rnd = [&s] {
+    uint64_t z = (s += 0x9e3779b97f4a7c15ull);
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
+    return z ^ (z >> 31);
+  };
+  auto wwn = [](uint64_t v) {
+    wwn_t w;
+    for (int i = 0; i < 8; i++) w.str[i] = uint8_t(v >> (56 - 8 * i));
+    return w;
+  };
+  const uint32_t P = WAYSHUNT_ACL_FLAG_PHYSICAL, V = WAYSHUNT_ACL_FLAG_VIRTUAL, ISL = WAYSHUNT_ACL_FLAG_ISL;
+  for (size_t i = 0; i < n; i++) {
+    wayshunt_kvs_key_rw_acl_entry_t k{{WAYSHUNT_KVS_KEY_ACL_RW_1, 0}, rnd()};
+    wayshunt_kvs_data_rw_acl_entry_t v;
+    std::memset(&v, 0, sizeof v);
+    v.tgt_pwwn = wwn(0x500a098000001234ull);
+    v.src_sid_wwn = wwn(0x2000002500b50001ull);
+    v.src_did_wwn = wwn(0x2fff000dec000001ull);
+    v.dst_did_wwn = wwn(rnd());
+    v.if_index = IF_INDEX_FC(3, 1 + rnd() % 48);
+    v.slot_num = 3;
+    wsc::Record r{wsc::Bytes((uint8_t *)&k, (uint8_t *)&k + sizeof k), {}};
+    if (era == wsc::Era::v32) {
+      // Mostly virtual entries, a few physical ones among them.
+      v.acl_flags = ISL | (rnd() % 16 == 0 ? P : V);
+      wayshunt_kvs_data_rw_acl_entry_32_t e;
+      std::memset(&e, 0, sizeof e);
+      std::memcpy(&e, &v, offsetof(wayshunt_kvs_data_rw_acl_entry_t, slot_num));
+      r.value.assign((uint8_t *)&e, (uint8_t *)&e + sizeof e);
+    } else {
+      // Mostly entries with both bits, some physical alone.
+      v.acl_flags = ISL | (rnd() % 4 == 0 ? P : P | V);
+      r.value.assign((uint8_t *)&v, (uint8_t *)&v + sizeof v);
+    }
+    out.push_back(std::move(r));
+  }
+  return out;
+}
+
+// Generates in a child, so that the parent's memory stays small and every
+// measured child starts from it.
+template <typename Gen>
+void make_master(const std::string &file, Gen gen) {
+  pid_t pid = fork();
+  if (pid == 0) {
+    write_store(file, gen());
+    _exit(0);
+  }
+  int status = 0;
+  if (pid < 0 || waitpid(pid, &status, 0) != pid || !WIFEXITED(status) || WEXITSTATUS(status))
+    die("generating " + file);
+}
+
+// ---- measuring ----
+
+struct Sample {
+  double seconds;
+  long rss_kb;
+};
+
+// Runs body in a child on a fresh copy of master at work; the child times
+// body itself and hands the seconds back through a pipe.
+template <typename Body>
+Sample measure(const std::string &master, const std::string &work, Body body) {
+  fs::remove(work + "-lock");
+  fs::copy_file(master, work, fs::copy_options::overwrite_existing);
+  int fd[2];
+  if (pipe(fd)) die("pipe");
+  pid_t pid = fork();
+  if (pid == 0) {
+    close(fd[0]);
+    auto t0 = Clock::now();
+    int rc = body();
+    double s = std::chrono::duration<double>(Clock::now() - t0).count();
+    if (write(fd[1], &s, sizeof s) != sizeof s) _exit(2);
+    _exit(rc == 0 ? 0 : 3);
+  }
+  close(fd[1]);
+  Sample out{0, 0};
+  int status = 0;
+  struct rusage ru {};
+  if (pid < 0 || wait4(pid, &status, 0, &ru) != pid) die("wait4");
+  if (read(fd[0], &out.seconds, sizeof out.seconds) != sizeof out.seconds || !WIFEXITED(status) ||
+      WEXITSTATUS(status))
+    die("a measured run failed");
+  close(fd[0]);
+  out.rss_kb = ru.ru_maxrss;
+  return out;
+}
+
+template <typename Body>
+Sample median_of(int runs, const std::string &master, const std::string &work, Body body) {
+  std::vector<Sample> all;
+  for (int i = 0; i < runs; i++) all.push_back(measure(master, work, body));
+  std::sort(all.begin(), all.end(), [](const Sample &a, const Sample &b) { return a.seconds < b.seconds; });
+  Sample m = all[all.size() / 2];
+  for (const auto &s : all) m.rss_kb = std::max(m.rss_kb, s.rss_kb);
+  return m;
+}
+
+struct Move {
+  const char *name;
+  wsc::Era from;
+  std::vector<conv_fn Library::*> steps;
+};
+
+const std::vector<Move> kMoves = {
+    {"4.2->4.1", wsc::Era::v42, {&Library::down413}},
+    {"4.2->3.2", wsc::Era::v42, {&Library::down413, &Library::down32}},
+    {"4.1->3.2", wsc::Era::v41, {&Library::down32}},
+    {"4.1->4.2", wsc::Era::v41, {&Library::up413}},
+    {"3.2->4.2", wsc::Era::v32, {&Library::up32, &Library::up413}},
+};
+
+int run_move(const Library &lib, const Move &m, const std::string &url) {
+  for (auto step : m.steps)
+    if (int rc = (lib.*step)(url.c_str())) return rc;
+  return 0;
+}
+
+void header(const char *title) {
+  std::printf("\n%s\n%-9s %9s %8s %11s %7s %9s %8s %8s\n", title, "move", "records", "seconds", "records/s",
+              "x raw", "cost/rec", "rss MB", "raw MB");
+}
+
+void row(const char *name, size_t n, const Sample &s, const Sample &raw, double rel) {
+  std::printf("%-9s %9zu %8.3f %11.0f %7.2f %9.2f %8.1f %8.1f\n", name, n, s.seconds, n / s.seconds,
+              s.seconds / raw.seconds, rel, s.rss_kb / 1024.0, raw.rss_kb / 1024.0);
+  std::fflush(stdout);
+}
+
+std::string beside_exe(const char *rel) {
+  char exe[PATH_MAX];
+  ssize_t n = readlink("/proc/self/exe", exe, sizeof exe - 1);
+  if (n <= 0) return rel;
+  exe[n] = 0;
+  return (fs::path(exe).parent_path() / rel).string();
+}
+
+Options parse(int argc, char **argv) {
+  Options o;
+  for (int i = 1; i < argc; i++) {
+    std::string a = argv[i];
+    if (i + 1 >= argc) die("usage: ladder_bench [--runs N] [--sizes a,b] [--groups a,b] [--lib path] [--dir path]");
+    const char *v = argv[++i];
+    if (a == "--runs") o.runs = std::max(1, std::atoi(v));
+    else if (a == "--sizes") o.sizes = parse_sizes(v);
+    else if (a == "--groups") o.groups = parse_sizes(v);
+    else if (a == "--lib") o.lib = v;
+    else if (a == "--dir") o.dir = v;
+    else die("unknown option " + a);
+  }
+  if (o.lib.empty()) o.lib = beside_exe("../lib/gate-shut/libconvertwayshunt.so");
+  return o;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  Options o = parse(argc, argv);
+  Library lib = load(o.lib);
+  std::string dir = o.dir;
+  if (dir.empty()) {
+    const char *tmp = getenv("TMPDIR");
+    dir = std::string(tmp && *tmp ? tmp : "/tmp") + "/ladder_bench.XXXXXX";
+    if (!mkdtemp(dir.data())) die("mkdtemp");
+  }
+  const std::string master = dir + "/master.mdb", work = dir + "/wayshunt_runtime_ha.mdb";
+  const std::string url = "nonvolatile:" + dir + "/wayshunt_runtime_ha";
+  std::printf("ladder of moves, median of %d runs, library %s\n", o.runs, o.lib.c_str());
+
+  // Cost per record of each move at each size, for the relative columns.
+  std::map<std::string, std::map<size_t, double>> cost;
+  for (wsc::Era era : {wsc::Era::v42, wsc::Era::v41, wsc::Era::v32}) {
+    header(("stores of era " + wsc::era_name(era)).c_str());
+    for (size_t n : o.sizes) {
+      make_master(master, [&] { return wsc::synthesize_store(era, n, 42); });
+      Sample raw = median_of(o.runs, master, work, [&] { return raw_pass(work), 0; });
+      row("raw", n, raw, raw, 1.0);
+      for (const Move &m : kMoves) {
+        if (m.from != era) continue;
+        Sample s = median_of(o.runs, master, work, [&] { return run_move(lib, m, url); });
+        auto &c = cost[m.name];
+        c[n] = s.seconds / n;
+        row(m.name, n, s, raw, c[n] / c.begin()->second);
+      }
+    }
+  }
+  for (const Move &m : kMoves) {
+    if (m.steps.size() != (m.from == wsc::Era::v32 ? 2u : 1u) || m.steps.back() != &Library::up413) continue;
+    header(("one target, one group (same slot and source pair), " + std::string(m.name)).c_str());
+    for (size_t n : o.groups) {
+      make_master(master, [&] { return one_group(m.from, n); });
+      Sample raw = median_of(o.runs, master, work, [&] { return raw_pass(work), 0; });
+      Sample s = median_of(o.runs, master, work, [&] { return run_move(lib, m, url); });
+      const auto &c = cost[m.name];
+      double spread = 0;
+      if (!c.empty()) {
+        auto it = c.lower_bound(n);
+        spread = it == c.end() ? std::prev(it)->second : it->second;
+      }
+      row(m.name, n, s, raw, spread > 0 ? s.seconds / n / spread : 0);
+    }
+  }
+  if (o.dir.empty()) fs::remove_all(dir);
+  return 0;
+}

@@ -1,0 +1,15 @@
+# LMDB::LMDB, the one library the stand-ins need besides the C++ runtime:
+# through pkg-config when it is there, else by its header and library.
+find_package(PkgConfig QUIET)
+if(PKG_CONFIG_FOUND)
+  pkg_check_modules(LMDB QUIET IMPORTED_TARGET lmdb)
+endif()
+add_library(LMDB::LMDB INTERFACE IMPORTED)
+if(TARGET PkgConfig::LMDB)
+  target_link_libraries(LMDB::LMDB INTERFACE PkgConfig::LMDB)
+else()
+  find_path(LMDB_INCLUDE_DIR lmdb.h REQUIRED)
+  find_library(LMDB_LIBRARY lmdb REQUIRED)
+  target_include_directories(LMDB::LMDB INTERFACE ${LMDB_INCLUDE_DIR})
+  target_link_libraries(LMDB::LMDB INTERFACE ${LMDB_LIBRARY})
+endif()

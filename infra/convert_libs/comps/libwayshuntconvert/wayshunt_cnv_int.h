@@ -1,0 +1,45 @@
+/* The library's own declarations beside its public header: the log's state,
+ * the store URL and the helpers the conversions share. These functions are
+ * exported like every other (only wayshunt_cnv_uri_complete is not), but no
+ * caller outside the library needs them. */
+#ifndef WAYSHUNT_CNV_INT_H
+#define WAYSHUNT_CNV_INT_H
+
+#include <stdio.h>
+
+#include "toolkit.h"
+#include "wayshunt_cnv.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define WAYSHUNT_CNV_PRIVATE __attribute__((visibility("hidden")))
+
+/* ---- log ---- */
+extern WAYSHUNT_CNV_PRIVATE FILE *err_fp;
+extern WAYSHUNT_CNV_PRIVATE wayshunt_bool_t debug;
+WAYSHUNT_CNV_EXPORT void wayshunt_cnv_get_timestamp_str(uchar *str_p);
+WAYSHUNT_CNV_EXPORT void wayshunt_cnv_log_write(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+/* ---- store URL ---- */
+WAYSHUNT_CNV_PRIVATE char *wayshunt_cnv_uri_complete(char *path, char *kvs_name);
+
+/* ---- store helpers ---- */
+WAYSHUNT_CNV_EXPORT void *wayshunt_cnv_malloc(uint32 size);
+/* Keys up to this size are copied before a delete (see wayshunt_cnv_walk.cc). */
+#define WAYSHUNT_CNV_KEY_COPY 512
+WAYSHUNT_CNV_EXPORT const kvs_datum_t *wayshunt_cnv_key_after_delete(kvs_service_t service, const void *deleted,
+                                                                     unsigned int deleted_siz, retcode_t del_rc,
+                                                                     retcode_t *rcode);
+/* A Fibre Channel address read big-endian, as printed with "0x%06x". */
+WAYSHUNT_CNV_EXPORT uint32 wayshunt_cnv_fcid_value(fcid_t fcid);
+
+/* ---- downgrade to 4.1.3 or lower ---- */
+WAYSHUNT_CNV_EXPORT wayshunt_bool_t wayshunt_cnv_queue_narrowed_key(const kvs_datum_t *pkey, tk_cqueue_t *q);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
