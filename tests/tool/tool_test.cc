@@ -320,7 +320,7 @@ TEST_F(ToolTest, BadArgumentsGiveOneLineAndStatus2) {
 TEST_F(ToolTest, EveryCommandHasHelpWithAnExample) {
   auto top = run_tool({"--help"});
   EXPECT_TRUE(top.status == 0 && has(top.out, "Exit status")) << top.out;
-  for (std::string cmd : {"dump", "info", "load", "diff", "gen", "verify", "run", "service", "demo"}) {
+  for (std::string cmd : {"dump", "info", "load", "diff", "gen", "verify", "run", "service", "demo", "log"}) {
     auto r = run_tool({cmd, "--help"});
     EXPECT_TRUE(r.status == 0 && has(r.out, "Example:\n  wayshunt-convert ") && has(r.out, "wayshunt-convert " + cmd + " "))
         << r.out;
