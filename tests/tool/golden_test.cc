@@ -49,6 +49,8 @@ const Case kCases[] = {
     {"log_no_log_in_image", {"log", "@/img42"}},
     {"log_not_a_log", {"log", "@/notes.txt"}},
     {"log_of_a_store", {"log", "@/s42/wayshunt_runtime_ha.mdb"}},
+    {"gen_makes_folders", {"gen", "--era", "4.1", "--records", "3", "@/new/deeper"}},
+    {"load_makes_folders", {"load", "@/mixed.json", "@/new/other/mixed.mdb"}},
     {"load_garbled_json", {"load", "@/garbled.json", "@/new.mdb"}},
     {"run_fault", {"run", "--from", "4.2(1)", "--to", "4.1(3)", "--image", "@/img42", "--fault", "kvs_open:1"}},
     {"run_fault_unknown", {"run", "--from", "4.2(1)", "--to", "4.1(3)", "--image", "@/img42", "--fault", "kvs_stor:3"}},

@@ -50,8 +50,6 @@ struct VerifyOptions {
 
 using Violations = std::vector<std::string>;
 
-bool is_rw(uint8_t t) { return t >= WAYSHUNT_KVS_KEY_ACL_RW_1 && t <= WAYSHUNT_KVS_KEY_ACL_RW_3; }
-bool is_els(uint8_t t) { return t >= WAYSHUNT_KVS_KEY_ACL_ELS_1 && t <= WAYSHUNT_KVS_KEY_ACL_ELS_3; }
 
 uint8_t slot_of(if_index_t i) {
   slot_num_t slot = 0;

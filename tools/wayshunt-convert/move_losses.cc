@@ -19,8 +19,6 @@ constexpr size_t kShown = 5;
 
 enum Kind { kVsan, kCollapse, kValue, kLineCard, kCut, kSlot };
 
-bool is_rw(uint8_t t) { return t >= WAYSHUNT_KVS_KEY_ACL_RW_1 && t <= WAYSHUNT_KVS_KEY_ACL_RW_3; }
-bool is_els(uint8_t t) { return t >= WAYSHUNT_KVS_KEY_ACL_ELS_1 && t <= WAYSHUNT_KVS_KEY_ACL_ELS_3; }
 bool is_flow_thru(const Record &r, size_t key_size) {
   return r.type() == WAYSHUNT_KVS_KEY_FLOW_THRU_HOST && r.key.size() == key_size;
 }
