@@ -43,8 +43,24 @@ const Case kCases[] = {
     {"info_mixed", {"info", "@/mixed.mdb"}},
     {"info_missing", {"info", "@/none.mdb"}},
     {"info_not_a_store", {"info", "@/junk.mdb"}},
+    {"log_clean", {"log", "@/clean.log"}},
+    {"log_errors", {"log", "@/errors.log"}},
+    {"log_errors_json", {"log", "--json", "@/errors.log"}},
+    {"log_no_log_in_image", {"log", "@/img42"}},
+    {"log_not_a_log", {"log", "@/notes.txt"}},
+    {"log_of_a_store", {"log", "@/s42/wayshunt_runtime_ha.mdb"}},
+    {"gen_makes_folders", {"gen", "--era", "4.1", "--records", "3", "@/new/deeper"}},
+    {"load_makes_folders", {"load", "@/mixed.json", "@/new/other/mixed.mdb"}},
+    {"load_garbled_json", {"load", "@/garbled.json", "@/new.mdb"}},
     {"run_fault", {"run", "--from", "4.2(1)", "--to", "4.1(3)", "--image", "@/img42", "--fault", "kvs_open:1"}},
     {"run_fault_unknown", {"run", "--from", "4.2(1)", "--to", "4.1(3)", "--image", "@/img42", "--fault", "kvs_stor:3"}},
+    {"run_dry_down_to_32", {"run", "--from", "4.2(1)", "--to", "3.2(1)", "--image", "@/img42", "--dry-run", "--quiet"}},
+    {"run_dry_up_from_32", {"run", "--from", "3.2(1)", "--to", "4.2(1)", "--image", "@/img32", "--dry-run", "--quiet"},
+     "portmap_get_slot:1-2"},
+    {"run_fault_json", {"run", "--from", "4.2(1)", "--to", "4.1(1)", "--image", "@/img42", "--step", "gsync", "--json",
+                        "--fault", "kvs_open:1=0x40480002"}},
+    {"verify_json", {"verify", "--era", "4.2", "--json", "@/mixed.mdb"}},
+    {"diff_quiet", {"diff", "--quiet", "@/s32", "@/s42"}},
     {"run_fault_garbled", {"run", "--from", "4.2(1)", "--to", "4.1(3)", "--image", "@/img42", "--fault", "kvs_store:0"}},
 };
 
@@ -85,6 +101,21 @@ TEST_P(Golden, Matches) {
                            {"\\(\\):[0-9]+ ", "():N "},
                            {"at [A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9]{2} [0-9:]{8} [0-9]{4}", "at TIME"},
                            {"/[^ ]*/wayshunt-dry\\.[A-Za-z0-9]+", "DRY"}});
+}
+
+// The operator guide's table of error records is the one 'log --table' prints.
+TEST(OperatorGuide, ErrorTableIsTheToolsTable) {
+  const std::string guide = std::string(TOOL_GOLDEN_DIR) + "/../../../docs/operator-guide.md";
+  const std::string begin = "<!-- log-table: begin -->\n", end = "<!-- log-table: end -->";
+  std::string doc = testsupport::read_file(guide);
+  size_t b = doc.find(begin), e = doc.find(end);
+  ASSERT_TRUE(b != std::string::npos && e > b) << guide << " lacks the log-table markers";
+  auto r = tooltest::run_tool({"log", "--table"});
+  const char *update = std::getenv("WAYSHUNT_UPDATE_GOLDEN");
+  if (update && std::string(update) == "1")
+    testsupport::write_file(guide, doc.replace(b + begin.size(), e - b - begin.size(), r.out));
+  else
+    EXPECT_EQ(doc.substr(b + begin.size(), e - b - begin.size()), r.out) << "WAYSHUNT_UPDATE_GOLDEN=1 rewrites it";
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, Golden, ::testing::ValuesIn(kCases), [](const auto &info) { return std::string(info.param.name); });

@@ -20,7 +20,9 @@
 #include "commands.h"
 #include "device_image.h"
 #include "change_summary.h"
+#include "fault_option.h"
 #include "formats.h"
+#include "move_losses.h"
 #include "store_io.h"
 #include "synth.h"
 #include "tool_error.h"
@@ -150,6 +152,11 @@ bool move(ConversionLibrary &lib, const DeviceImage &img, const char *const (&ve
   std::cout << "\n== " << what << ": " << versions[0] << " -> " << versions[1] << "\n";
   prepare_move(img, versions[0], versions[1]);
   Records before = read_store(resolve_store(img.store_file()));
+  bool down = false;
+  std::vector<std::string> conversions = lib.store_conversions(versions[0], versions[1], down);
+  std::cout << "-- what the move will lose\n";
+  print_losses(foresee_losses(before, conversions, down), std::cout);
+  arm_faults({});  // the library's calls counted from its first, as in 'run'
   bool ok = run_steps(lib, img, {Step::running, Step::startup, Step::gsync}, versions[0], versions[1], std::cout);
   std::cout << "-- what changed\n";
   print_change_summary(before, read_store(resolve_store(img.store_file())), std::cout);

@@ -15,7 +15,7 @@ namespace {
 
 struct DiffOptions {
   std::string a, b;
-  bool json = false;
+  bool json = false, quiet = false;
   std::string color = "auto";
 };
 
@@ -26,6 +26,8 @@ void run_diff(const DiffOptions &o) {
   bool color = o.color == "always" || (o.color == "auto" && isatty(STDOUT_FILENO) && !std::getenv("NO_COLOR"));
   if (o.json)
     std::cout << changes_to_json(res).dump(2) << "\n";
+  else if (o.quiet)
+    print_change_counts(res, std::cout);
   else
     print_changes(res, a.file, b.file, color, std::cout);
   std::cout.flush();
@@ -40,6 +42,7 @@ void add_diff_command(CLI::App &app) {
   cmd->add_option("a", o->a, "the first store (the 'before')")->required();
   cmd->add_option("b", o->b, "the second store (the 'after')")->required();
   cmd->add_flag("--json", o->json, "Write the differences as JSON");
+  cmd->add_flag("--quiet", o->quiet, "Print only the counts line");
   cmd->add_option("--color", o->color, "Colour the text: auto (on a terminal, unless NO_COLOR is set), always, never")
       ->check(CLI::IsMember({"auto", "always", "never"}))
       ->capture_default_str();

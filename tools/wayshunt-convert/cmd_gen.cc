@@ -20,7 +20,7 @@ struct GenOptions {
 };
 
 void run_gen(const GenOptions &o) {
-  StoreRef store = resolve_store(o.store);
+  StoreRef store = resolve_store(o.store, true);
   Records records = synthesize_store(era_from_name(o.era), o.records, o.seed);
   write_store(store, records, o.force, true);
   std::cout << "wrote " << records.size() << " records of era " << o.era << " to " << store.file << "\n";

@@ -32,7 +32,7 @@ std::string read_input(const std::string &path) {
 }
 
 void run_load(const LoadOptions &o) {
-  StoreRef store = resolve_store(o.store);
+  StoreRef store = resolve_store(o.store, true);
   Records records = store_from_json_text(read_input(o.json), o.json == "-" ? "stdin" : o.json);
   write_store(store, records, o.force, true);
   std::cout << "wrote " << records.size() << " records to " << store.file << "\n";

@@ -12,6 +12,8 @@
 #include "commands.h"
 #include "device_image.h"
 #include "fault_option.h"
+#include "move_losses.h"
+#include "json_codec.h"
 #include "store_compare.h"
 #include "store_io.h"
 #include "store_profile.h"
@@ -25,7 +27,7 @@ namespace {
 
 struct RunOptions {
   std::string from, to, image, step = "all", library;
-  bool trace = false, dry_run = false;
+  bool trace = false, dry_run = false, json = false, quiet = false;
   std::vector<std::string> faults;
 };
 
@@ -73,14 +75,6 @@ class TempFolder {
   std::string path_;
 };
 
-// Prints the store's changes as 'diff' prints them.
-void print_store_diff(const std::string &before, const std::string &after) {
-  StoreRef a = resolve_store(before), b = resolve_store(after);
-  Records ra = read_store(a), rb = read_store(b);
-  bool color = isatty(STDOUT_FILENO) && !std::getenv("NO_COLOR");
-  print_changes(compare_stores(ra, rb), a.file, b.file, color, std::cout);
-}
-
 // The copy of the image a dry run converts, with the store as it was kept
 // aside in <temp>/before.
 DeviceImage copy_for_dry_run(const DeviceImage &img, const TempFolder &temp) {
@@ -95,22 +89,88 @@ DeviceImage copy_for_dry_run(const DeviceImage &img, const TempFolder &temp) {
   return work;
 }
 
-void print_dry_run_changes(const DeviceImage &img, const DeviceImage &work, const TempFolder &temp,
-                           const FileSet &standby_before) {
-  std::cout << "dry run: changes to the runtime store:\n";
-  print_store_diff(temp.path() + "/before/wayshunt_runtime_ha.mdb", work.store_file());
-  std::vector<std::string> standby = file_changes(standby_before, files_below(work.standby()), "  ");
-  std::cout << "dry run: changes to the standby: " << (standby.empty() ? "none" : "") << "\n";
-  for (const std::string &line : standby) std::cout << line << "\n";
-  std::cout << "dry run: " << img.dir << " was not changed\n";
+// What a run reports: text on out (a null stream with --json), and the
+// same facts in doc for --json.
+struct Report {
+  const RunOptions &o;
+  std::ostream &out;
+  Json doc = Json::object();
+  bool color() const { return isatty(STDOUT_FILENO) && !std::getenv("NO_COLOR"); }
+};
+
+// The store's changes as 'diff' prints them (counts only with --quiet).
+void report_store_diff(Report &r, const std::string &before, const std::string &after) {
+  StoreRef a = resolve_store(before), b = resolve_store(after);
+  Records ra = read_store(a), rb = read_store(b);
+  StoreChanges c = compare_stores(ra, rb);
+  r.doc["store_changes"] = changes_to_json(c);
+  if (r.o.quiet)
+    print_change_counts(c, r.out);
+  else
+    print_changes(c, a.file, b.file, r.color(), r.out);
+}
+
+void report_dry_run_changes(Report &r, const DeviceImage &img, const DeviceImage &work, const TempFolder &temp,
+                            const FileSet &standby_before) {
+  r.out << "dry run: changes to the runtime store:\n";
+  report_store_diff(r, temp.path() + "/before/wayshunt_runtime_ha.mdb", work.store_file());
+  std::vector<std::string> standby = file_changes(standby_before, files_below(work.standby()), "");
+  r.doc["standby_changes"] = standby;
+  r.out << "dry run: changes to the standby: " << (standby.empty() ? "none" : "") << "\n";
+  for (const std::string &line : standby) r.out << "  " << line << "\n";
+  r.out << "dry run: " << img.dir << " was not changed\n";
+}
+
+// What the move's store conversions will drop, foreseen from the store
+// before the library writes anything. Only convert_gsync and
+// convert_running_fs_upg convert the store.
+void report_losses(Report &r, ConversionLibrary &lib, const DeviceImage &work) {
+  bool down = false;
+  std::vector<std::string> conversions;
+  if (r.o.step == "all" || r.o.step == "gsync" || r.o.step == "fs_upg")
+    conversions = lib.store_conversions(r.o.from, r.o.to, down);
+  MoveLosses m = foresee_losses(read_store(resolve_store(work.store_file())), conversions, down);
+  r.doc["losses"] = losses_to_json(m);
+  if (r.o.quiet)
+    r.out << loss_headline(m) << "\n";
+  else
+    print_losses(m, r.out);
 }
 
 // After a rehearsed failure: what the store holds now.
-void print_store_after(const DeviceImage &work) {
+void report_store_after(Report &r, const DeviceImage &work) {
   StoreRef store = resolve_store(work.store_file());
   StoreProfile p = profile_store(read_store(store));
-  std::cout << "runtime store after the move: " << p.records << " records, era " << era_verdict(p) << "; look with "
-            << "'wayshunt-convert info " << work.mnt_kvs() << "' or 'dump'\n";
+  r.doc["store_after"] = profile_to_json(p, store.file);
+  r.out << "runtime store after the move: " << p.records << " records, era " << era_verdict(p) << "; look with "
+        << "'wayshunt-convert info " << work.mnt_kvs() << "' or 'dump'\n";
+}
+
+Json steps_json(const std::vector<StepResult> &steps) {
+  Json j = Json::array();
+  for (const StepResult &s : steps)
+    j.push_back({{"call", s.call}, {"status", s.status}, {"status_text", s.status_text}, {"standby", s.standby},
+                 {"log", s.log}});
+  return j;
+}
+
+// Loads the library and calls the steps; the move's losses first on a dry run.
+bool call_steps(Report &r, const std::string &library, const DeviceImage &img, const DeviceImage &work) {
+  const RunOptions &o = r.o;
+  ConversionLibrary lib(library);
+  if (o.dry_run) report_losses(r, lib, work);
+  r.out << "move " << o.from << " -> " << o.to << " on " << img.dir << (o.dry_run ? " (dry run on a copy)" : "")
+        << ", library " << library << "\n";
+  r.doc["move"] = {{"from", o.from}, {"to", o.to}, {"image", img.dir}, {"step", o.step}, {"dry_run", o.dry_run},
+                   {"library", library}};
+  // Fault rules count the library's calls only; none is set on a plain run.
+  if (o.dry_run || !o.faults.empty()) arm_faults(o.faults);
+  std::vector<StepResult> steps;
+  bool ok = run_steps(lib, work, steps_of(o.step), o.from, o.to, r.out, &steps);
+  if (o.dry_run || !o.faults.empty()) disarm_faults();
+  r.doc["steps"] = steps_json(steps);
+  r.doc["ok"] = ok;
+  return ok;
 }
 
 void run_move(const RunOptions &o) {
@@ -129,18 +189,12 @@ void run_move(const RunOptions &o) {
   prepare_move(work, o.from, o.to);
   enter_device_root(work);
 
-  bool ok;
-  {
-    ConversionLibrary lib(library);
-    std::cout << "move " << o.from << " -> " << o.to << " on " << img.dir << (o.dry_run ? " (dry run on a copy)" : "")
-              << ", library " << library << "\n";
-    // Fault rules count the library's calls only; none is set on a plain run.
-    if (o.dry_run || !o.faults.empty()) arm_faults(o.faults);
-    ok = run_steps(lib, work, steps_of(o.step), o.from, o.to, std::cout);
-    if (o.dry_run || !o.faults.empty()) disarm_faults();
-  }
-  if (!o.faults.empty()) print_store_after(work);
-  if (o.dry_run) print_dry_run_changes(img, work, *temp, standby_before);
+  std::ostream null_out(nullptr);
+  Report r{o, o.json ? null_out : std::cout};
+  bool ok = call_steps(r, library, img, work);
+  if (!o.faults.empty()) report_store_after(r, work);
+  if (o.dry_run) report_dry_run_changes(r, img, work, *temp, standby_before);
+  if (o.json) std::cout << r.doc.dump(2) << "\n";
   std::cout.flush();
   if (!ok) throw CLI::RuntimeError(kExitFound);
 }
@@ -161,6 +215,8 @@ void add_run_command(CLI::App &app) {
   CLI::Option *lib = cmd->add_option("--library", o->library, "Load this libconvertwayshunt.so instead of the one beside the tool");
   trace->excludes(lib);
   cmd->add_flag("--dry-run", o->dry_run, "Convert a copy of the image and print what changed; the image stays as it is");
+  cmd->add_flag("--json", o->json, "Write what the run did as JSON (shape in the operator guide)");
+  cmd->add_flag("--quiet", o->quiet, "Shorter: the losses' one line and the store's counts only");
   cmd->add_option("--fault", o->faults, "Make a platform call fail, e.g. kvs_store:3 (rules below); repeatable")
       ->allow_extra_args(false);
   cmd->footer(
@@ -176,8 +232,11 @@ void add_run_command(CLI::App &app) {
       "lines the call wrote to the conversion log. The first non-zero status stops the move.\n"
       "A move below 3.2 asks the running service to decommission: start 'wayshunt-convert service' on the\n"
       "image first, or the request fails (logged) and the files are copied all the same.\n"
-      "--dry-run copies the image to $TMPDIR, runs there (hub folder included, so no service is reached),\n"
-      "prints the 'diff' of the runtime store and the standby's changed files, and removes the copy.\n"
+      "--dry-run copies the image to $TMPDIR, first names what the move's store conversions will drop (one\n"
+      "line with the counts, then the records: vsan of narrowed flow-thru keys, records collapsing into one,\n"
+      "flow-thru values set to 0, line card records deleted on the way to 3.2, RW values cut from 84 to 82\n"
+      "bytes, records getting slot 255), runs there (hub folder included, so no service is reached), prints\n"
+      "the 'diff' of the runtime store and the standby's changed files, and removes the copy.\n"
       "Exit status: 0 every status was 0; 1 a conversion returned non-zero; 2 bad arguments or setup.\n\n" +
       std::string(kFaultHelp) + "\n"
       "Example:\n"

@@ -22,6 +22,7 @@
 //     82 bytes of the later eras instead of 84;
 //   - flow-thru records were narrowed: value 0.
 #include <cstring>
+#include <set>
 #include <iostream>
 #include <memory>
 
@@ -43,13 +44,12 @@ struct VerifyOptions {
   std::string era;
   bool after_upgrade = false;
   bool after_downgrade = false;
+  bool json = false, quiet = false;
   std::string store;
 };
 
 using Violations = std::vector<std::string>;
 
-bool is_rw(uint8_t t) { return t >= WAYSHUNT_KVS_KEY_ACL_RW_1 && t <= WAYSHUNT_KVS_KEY_ACL_RW_3; }
-bool is_els(uint8_t t) { return t >= WAYSHUNT_KVS_KEY_ACL_ELS_1 && t <= WAYSHUNT_KVS_KEY_ACL_ELS_3; }
 
 uint8_t slot_of(if_index_t i) {
   slot_num_t slot = 0;
@@ -119,6 +119,44 @@ void check_after_upgrade(const Record &r, Violations &out) {
   }
 }
 
+// Every violation of the store, as (record, what) pairs in store order.
+std::vector<std::pair<const Record *, std::string>> violations(const Records &records, Era era, const VerifyOptions &o) {
+  std::vector<std::pair<const Record *, std::string>> out;
+  for (const Record &r : records) {
+    Violations v;
+    check_forms(r, era, o.after_downgrade, v);
+    if (o.after_upgrade) check_after_upgrade(r, v);
+    if (o.after_downgrade && r.type() == WAYSHUNT_KVS_KEY_FLOW_THRU_HOST) check_flow_thru_value(r, "narrowed", v);
+    for (std::string &what : v) out.emplace_back(&r, std::move(what));
+  }
+  return out;
+}
+
+void print_text(const std::vector<std::pair<const Record *, std::string>> &found, const StoreRef &store,
+                size_t records, const VerifyOptions &o) {
+  std::set<const Record *> bad;
+  for (const auto &[r, what] : found) {
+    if (!o.quiet) std::cout << to_hex(r->key) << " " << type_label(r->type()) << ": " << what << "\n";
+    bad.insert(r);
+  }
+  std::cout << store.file << ": " << records << " records, era " << o.era
+            << (o.after_upgrade ? " after a move up" : o.after_downgrade ? " after a move down" : "") << ": ";
+  if (found.empty())
+    std::cout << "no violation\n";
+  else
+    std::cout << found.size() << " violation" << (found.size() == 1 ? "" : "s") << " in " << bad.size() << " record"
+              << (bad.size() == 1 ? "" : "s") << "\n";
+}
+
+Json to_json(const std::vector<std::pair<const Record *, std::string>> &found, const StoreRef &store, size_t records,
+             const VerifyOptions &o) {
+  Json j = {{"store", store.file}, {"records", records}, {"era", o.era},
+            {"after", o.after_upgrade ? "upgrade" : o.after_downgrade ? "downgrade" : ""}, {"violations", Json::array()}};
+  for (const auto &[r, what] : found)
+    j["violations"].push_back({{"type", type_label(r->type())}, {"key", to_hex(r->key)}, {"what", what}});
+  return j;
+}
+
 void run_verify(const VerifyOptions &o) {
   Era era = era_from_name(o.era);
   if (o.after_upgrade && era != Era::v42)
@@ -127,26 +165,13 @@ void run_verify(const VerifyOptions &o) {
     throw ToolError("--after-downgrade checks a store moved down to 3.2 or 4.1; use --era 3.2 or --era 4.1");
   StoreRef store = resolve_store(o.store);
   Records records = read_store(store);
-  size_t count = 0, bad = 0;
-  for (const Record &r : records) {
-    Violations v;
-    check_forms(r, era, o.after_downgrade, v);
-    if (o.after_upgrade) check_after_upgrade(r, v);
-    if (o.after_downgrade && r.type() == WAYSHUNT_KVS_KEY_FLOW_THRU_HOST) check_flow_thru_value(r, "narrowed", v);
-    for (const std::string &what : v) std::cout << to_hex(r.key) << " " << type_label(r.type()) << ": " << what << "\n";
-    count += v.size();
-    bad += !v.empty();
-  }
-  std::cout << store.file << ": " << records.size() << " records, era " << o.era
-            << (o.after_upgrade ? " after a move up" : o.after_downgrade ? " after a move down" : "") << ": ";
-  if (count == 0) {
-    std::cout << "no violation\n";
-    return;
-  }
-  std::cout << count << " violation" << (count == 1 ? "" : "s") << " in " << bad << " record" << (bad == 1 ? "" : "s")
-            << "\n";
+  auto found = violations(records, era, o);
+  if (o.json)
+    std::cout << to_json(found, store, records.size(), o).dump(2) << "\n";
+  else
+    print_text(found, store, records.size(), o);
   std::cout.flush();
-  throw CLI::RuntimeError(kExitFound);
+  if (!found.empty()) throw CLI::RuntimeError(kExitFound);
 }
 
 }  // namespace
@@ -164,6 +189,8 @@ void add_verify_command(CLI::App &app) {
                 "Check a store a move down left (--era 3.2 or 4.1): RW values keep 82 bytes, flow-thru values are 0")
       ->excludes(up);
   cmd->add_option("store", o->store, kStoreArgHelp)->required();
+  cmd->add_flag("--json", o->json, "Write the violations as JSON");
+  cmd->add_flag("--quiet", o->quiet, "Print only the summary line, not each violation");
   cmd->footer(
       "Era forms: 3.2: flow-thru keys 18 bytes, ACL_RW_1 values 84, ACL_RW_2/3 values 82, no\n"
       "RUNTIME_LC_INFO; 4.1: flow-thru keys 18, RW values 82; 4.2: flow-thru keys 22, RW values 82.\n"

@@ -23,6 +23,7 @@ void add_verify_command(CLI::App &app);
 void add_run_command(CLI::App &app);
 void add_service_command(CLI::App &app);
 void add_demo_command(CLI::App &app);
+void add_log_command(CLI::App &app);
 
 }  // namespace wsc
 

@@ -205,6 +205,31 @@ uint32_t ConversionLibrary::call(Step step, const std::string &from, const std::
   return 0;
 }
 
+std::vector<std::string> ConversionLibrary::store_conversions(const std::string &from, const std::string &to,
+                                                             bool &down) {
+  using Split = int(char *, int32_t *, int32_t *, int32_t *);
+  using Predicate = uint32_t();
+  auto sym = [this](const char *name) {
+    void *p = dlsym(handle_, name);
+    if (!p) throw ToolError(std::string("the conversion library lacks ") + name + "; give a library of this build");
+    return p;
+  };
+  auto ask = [&](const char *name) { return reinterpret_cast<Predicate *>(sym(name))() != 0; };
+  std::string f = from, t = to;
+  int32_t patch = 0;
+  auto split = reinterpret_cast<Split *>(sym("split_version"));
+  split(f.data(), static_cast<int32_t *>(sym("from_major")), static_cast<int32_t *>(sym("from_minor")), &patch);
+  split(t.data(), static_cast<int32_t *>(sym("to_major")), static_cast<int32_t *>(sym("to_minor")), &patch);
+  std::vector<std::string> out;
+  down = ask("wayshunt_cnv_is_downgrade");
+  if (down && ask("wayshunt_cnv_to_413_or_lower")) out.push_back("to 4.1.3 or lower");
+  if (down && ask("wayshunt_cnv_to_32")) out.push_back("to 3.2");
+  if (!ask("wayshunt_cnv_is_upgrade") || ask("wayshunt_cnv_from_31_or_lower")) return out;
+  if (ask("wayshunt_cnv_from_32")) out.push_back("from 3.2");
+  if (ask("wayshunt_cnv_from_413_or_lower")) out.push_back("from 4.1.3 or lower");
+  return out;
+}
+
 FileSet files_below(const std::string &dir) {
   FileSet files;
   std::error_code ec;
@@ -239,7 +264,7 @@ std::vector<std::string> file_changes(const FileSet &before, const FileSet &afte
 }
 
 bool run_steps(ConversionLibrary &lib, const DeviceImage &img, const std::vector<Step> &steps, const std::string &from,
-               const std::string &to, std::ostream &out) {
+               const std::string &to, std::ostream &out, std::vector<StepResult> *results) {
   for (Step step : steps) {
     std::uintmax_t log_start = size_of(img.log_file());
     FileSet standby_before = files_below(img.standby());
@@ -254,6 +279,10 @@ bool run_steps(ConversionLibrary &lib, const DeviceImage &img, const std::vector
       for (const std::string &line : arrived) out << line << "\n";
     }
     std::string log = read_from(img.log_file(), log_start);
+    if (results) {
+      results->push_back({call, rc, retcode2str(rc), {}, log});
+      for (const std::string &line : arrived) results->back().standby.push_back(line.substr(4));
+    }
     if (!log.empty()) {
       out << "  conversion log (/bootflash/wayshunt_cnv.log), written by this call:\n";
       std::istringstream lines(log);

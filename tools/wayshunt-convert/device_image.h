@@ -92,6 +92,11 @@ class ConversionLibrary {
   // Calls the step's entry point for a move from -> to, with path "/mnt/kvs"
   // and package "wayshunt"; call_text gets the call as written in C.
   uint32_t call(Step step, const std::string &from, const std::string &to, std::string &call_text);
+  // The store conversions convert_gsync runs on a move from -> to, in ladder
+  // order, as the library's own release predicates decide; down tells a move
+  // down. The library's release integers are set for the question (every
+  // entry point reads them afresh); no file, log or platform call is touched.
+  std::vector<std::string> store_conversions(const std::string &from, const std::string &to, bool &down);
 
  private:
   void *handle_;
@@ -111,12 +116,21 @@ FileSet files_below(const std::string &dir);
 // prefixed by indent.
 std::vector<std::string> file_changes(const FileSet &before, const FileSet &after, const std::string &indent);
 
+// What one entry point's call did.
+struct StepResult {
+  std::string call;   // as written in C
+  uint32_t status = 0;
+  std::string status_text;
+  std::vector<std::string> standby;  // file_changes lines, no indent
+  std::string log;                   // what the call wrote to the conversion log
+};
+
 // Calls the steps in order on the device root entered for img, printing each
 // call and its status with its text, the files that reached the standby and
 // the part of the conversion log each call wrote. Stops at the first non-zero
-// status. True when all were 0.
+// status. True when all were 0. With results, each call's result is kept.
 bool run_steps(ConversionLibrary &lib, const DeviceImage &img, const std::vector<Step> &steps, const std::string &from,
-               const std::string &to, std::ostream &out);
+               const std::string &to, std::ostream &out, std::vector<StepResult> *results = nullptr);
 
 }  // namespace wsc
 

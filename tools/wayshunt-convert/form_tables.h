@@ -32,6 +32,10 @@ struct Form {
   std::vector<Field> fields;
 };
 
+// RW ACL (55-57) and ELS ACL (58-60) key types.
+inline bool is_rw(uint8_t t) { return t >= WAYSHUNT_KVS_KEY_ACL_RW_1 && t <= WAYSHUNT_KVS_KEY_ACL_RW_3; }
+inline bool is_els(uint8_t t) { return t >= WAYSHUNT_KVS_KEY_ACL_ELS_1 && t <= WAYSHUNT_KVS_KEY_ACL_ELS_3; }
+
 // The service's entry for a key type, or null for a type it does not know.
 const wayshunt_type_forms_t *type_forms(uint8_t type);
 

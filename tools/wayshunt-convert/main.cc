@@ -60,6 +60,7 @@ int main(int argc, char **argv) {
   wsc::add_run_command(app);
   wsc::add_service_command(app);
   wsc::add_demo_command(app);
+  wsc::add_log_command(app);
 
   try {
     app.parse(argc, argv);

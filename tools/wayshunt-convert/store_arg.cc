@@ -40,7 +40,7 @@ std::string url_of_path(const fs::path &store_path, const std::string &arg) {
 
 }  // namespace
 
-StoreRef resolve_store(const std::string &arg) {
+StoreRef resolve_store(const std::string &arg, bool to_write) {
   StoreRef s;
   if (std::string_view(arg).substr(0, kScheme.size()) == kScheme) {
     s.url = arg;
@@ -49,7 +49,7 @@ StoreRef resolve_store(const std::string &arg) {
     fs::path p = fs::absolute(arg).lexically_normal();
     if (!p.has_filename()) p = p.parent_path();  // "dir/" names the folder
     std::error_code ec;
-    if (fs::is_directory(p, ec)) {
+    if (fs::is_directory(p, ec) || (to_write && p.extension() != ".mdb" && !fs::exists(p, ec))) {
       s.url = url_of_path(p / kRuntimeStoreName, arg);
     } else if (p.extension() == ".mdb" && p.stem() != "") {
       s.url = url_of_path(p.parent_path() / p.stem(), arg);

@@ -19,7 +19,9 @@ struct StoreRef {
 // Throws ToolError when arg is none of the three forms. A path is made
 // absolute; with PLAT_KVS_ROOT set it must lie below that folder, since the
 // store then takes every URL relative to it.
-StoreRef resolve_store(const std::string &arg);
+// With to_write, a path that does not exist yet and does not end in .mdb is
+// taken for a folder to hold the runtime store ('gen' and 'load' create it).
+StoreRef resolve_store(const std::string &arg, bool to_write = false);
 
 // The three forms of a <store> argument, and its help text.
 inline constexpr const char *kStoreForms =

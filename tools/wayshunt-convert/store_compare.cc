@@ -115,6 +115,10 @@ void print_changes(const StoreChanges &c, const std::string &a_name, const std::
           << (note.empty() ? "" : "  (" + note.substr(1) + ")") << "\n";
     }
   }
+  print_change_counts(c, out);
+}
+
+void print_change_counts(const StoreChanges &c, std::ostream &out) {
   out << c.added.size() << " added, " << c.removed.size() << " removed, " << c.changed.size() << " changed, "
       << c.unchanged << " unchanged\n";
 }

@@ -46,6 +46,9 @@ Json changes_to_json(const StoreChanges &c);
 void print_changes(const StoreChanges &c, const std::string &a_name, const std::string &b_name, bool color,
                    std::ostream &out);
 
+// The last line of print_changes alone: "1 added, 0 removed, ...".
+void print_change_counts(const StoreChanges &c, std::ostream &out);
+
 }  // namespace wsc
 
 #endif

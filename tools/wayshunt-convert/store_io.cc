@@ -128,13 +128,16 @@ void write_store(const StoreRef &store, const Records &records, bool force, bool
   if (fs::exists(store.file, ec) && !force)
     throw ToolError("store " + store.file + " exists; pass --force to replace it");
 
+  // A folder made here stays when the write then fails; it is empty.
+  std::string folder = fs::path(store.file).parent_path().string();
+  fs::create_directories(folder, ec);
+  if (ec) throw ToolError("cannot create folder " + folder + " (" + ec.message() + "); check the path and its permissions");
   std::string tmp = temp_url(store.url);
   char tmp_file[4096];
   if (kvs_store_file(tmp.c_str(), tmp_file, sizeof tmp_file))
     throw ToolError("store path too long: " + store.file);
   kvs_remove(tmp.c_str());  // a leftover of an earlier run with the same pid
   if (retcode_t rc = kvs_create(tmp.c_str())) {
-    std::string folder = fs::path(store.file).parent_path().string();
     if (rc == KVS_ERR_NO_STORE) throw ToolError("folder " + folder + " does not exist; create it first");
     throw ToolError("cannot create a store in " + folder + ": " + why(rc));
   }

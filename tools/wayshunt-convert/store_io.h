@@ -11,7 +11,8 @@ namespace wsc {
 // Every record of the store, in key order. Throws ToolError.
 Records read_store(const StoreRef &store);
 
-// Writes records as the store's whole contents. The store is built under a
+// Writes records as the store's whole contents, creating the store's folder
+// when it is missing. The store is built under a
 // temporary name in the same folder and renamed into place only when
 // complete; on any failure (or SIGINT/SIGTERM/SIGHUP) the temporary files are
 // removed and the old store, if any, is untouched. An existing store is
