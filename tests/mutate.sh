@@ -114,17 +114,16 @@ b=$work/build
 targets=(cnv_test plat-hub-listener)
 grep -q cnv_differential "$work/tests/library/CMakeLists.txt" && targets+=(cnv_differential)
 cmake -S "$work" -B "$b" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DWAYSHUNT_SANITIZE=OFF >/dev/null
-LD_PRELOAD= cmake --build "$b" -j "$jobs" --target "${targets[@]}" >/dev/null
+cmake --build "$b" -j "$jobs" --target "${targets[@]}" >/dev/null
 # The plain build's tests run with LeakSanitizer preloaded, which costs next
 # to nothing and makes a missing free fail the run.
 lsan=$(gcc -print-file-name=liblsan.so)
-export LD_PRELOAD=$lsan LSAN_OPTIONS=exitcode=23
 suite() {
   local g
   for g in shut open; do
-    timeout 300 "$b/bin/cnv_test" --gate=$g --gtest_brief=1 >/dev/null 2>&1 || return 1
+    LD_PRELOAD=$lsan timeout 300 "$b/bin/cnv_test" --gate=$g --gtest_brief=1 >/dev/null 2>&1 || return 1
   done
-  [ ! -x "$b/bin/cnv_differential" ] || timeout 300 "$b/bin/cnv_differential" --stores=60 >/dev/null 2>&1
+  [ ! -x "$b/bin/cnv_differential" ] || LD_PRELOAD=$lsan timeout 300 "$b/bin/cnv_differential" --stores=60 >/dev/null 2>&1
 }
 suite || { echo "the suite fails on the unchanged library" >&2; exit 2; }
 
@@ -138,7 +137,7 @@ while IFS= read -r m; do
   cp "$file" "$file.orig"
   apply "$m" "$work"
   total=$((total + 1))
-  if ! LD_PRELOAD= cmake --build "$b" -j "$jobs" --target convertwayshunt_shut convertwayshunt_open >/dev/null 2>&1; then
+  if ! cmake --build "$b" -j "$jobs" --target convertwayshunt_shut convertwayshunt_open >/dev/null 2>&1; then
     verdict="caught (does not build)"; caught=$((caught + 1))
   elif suite; then
     verdict="LIVED"; lived+=("$name")
@@ -149,6 +148,6 @@ while IFS= read -r m; do
   touch "$file"
   printf '%-34s %s\n' "$name" "$verdict"
 done <<<"$mutants"
-LD_PRELOAD= cmake --build "$b" -j "$jobs" --target convertwayshunt_shut convertwayshunt_open >/dev/null 2>&1 || true
+cmake --build "$b" -j "$jobs" --target convertwayshunt_shut convertwayshunt_open >/dev/null 2>&1 || true
 echo "mutants caught: $caught of $total"
 [ ${#lived[@]} -eq 0 ]
