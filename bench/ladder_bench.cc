@@ -1,4 +1,5 @@
 // ladder_bench [--runs N] [--sizes 10000,100000,1000000] [--groups 1000,10000,100000] [--lib lib.so]
+//              [--only <move>]
 //
 // Every move of the ladder of record forms against one raw pass over the
 // same store. For each era (3.2, 4.1, 4.2) and size it generates a store
@@ -55,6 +56,7 @@ struct Options {
   std::vector<size_t> groups{1000, 10000, 100000};
   std::string lib;
   std::string dir;
+  std::string only;  // one move (e.g. 4.1->4.2) and its raw pass, for profiling
 };
 
 std::vector<size_t> parse_sizes(const char *s) {
@@ -284,6 +286,7 @@ Options parse(int argc, char **argv) {
     else if (a == "--groups") o.groups = parse_sizes(v);
     else if (a == "--lib") o.lib = v;
     else if (a == "--dir") o.dir = v;
+    else if (a == "--only") o.only = v;
     else die("unknown option " + a);
   }
   if (o.lib.empty()) o.lib = beside_exe("../lib/gate-shut/libconvertwayshunt.so");
@@ -307,14 +310,16 @@ int main(int argc, char **argv) {
 
   // Cost per record of each move at each size, for the relative columns.
   std::map<std::string, std::map<size_t, double>> cost;
+  auto skip = [&](const Move &m) { return !o.only.empty() && o.only != m.name; };
   for (wsc::Era era : {wsc::Era::v42, wsc::Era::v41, wsc::Era::v32}) {
+    if (std::none_of(kMoves.begin(), kMoves.end(), [&](const Move &m) { return m.from == era && !skip(m); })) continue;
     header(("stores of era " + wsc::era_name(era)).c_str());
     for (size_t n : o.sizes) {
       make_master(master, [&] { return wsc::synthesize_store(era, n, 42); });
       Sample raw = median_of(o.runs, master, work, [&] { return raw_pass(work), 0; });
       row("raw", n, raw, raw, 1.0);
       for (const Move &m : kMoves) {
-        if (m.from != era) continue;
+        if (m.from != era || skip(m)) continue;
         Sample s = median_of(o.runs, master, work, [&] { return run_move(lib, m, url); });
         auto &c = cost[m.name];
         c[n] = s.seconds / n;
@@ -323,7 +328,7 @@ int main(int argc, char **argv) {
     }
   }
   for (const Move &m : kMoves) {
-    if (m.steps.size() != (m.from == wsc::Era::v32 ? 2u : 1u) || m.steps.back() != &Library::up413) continue;
+    if (m.steps.size() != (m.from == wsc::Era::v32 ? 2u : 1u) || m.steps.back() != &Library::up413 || skip(m)) continue;
     header(("one target, one group (same slot and source pair), " + std::string(m.name)).c_str());
     for (size_t n : o.groups) {
       make_master(master, [&] { return one_group(m.from, n); });

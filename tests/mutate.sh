@@ -28,14 +28,14 @@ mutants=$(cat <<'EOF'
 fo-rule-needs-no-busy ~~ rw_repair ~~ if ((new_acl_rw_data.acl_flags & WAYSHUNT_ACL_FLAG_PGM_BUSY) && (new_acl_rw_data.acl_flags & WAYSHUNT_ACL_FLAG_FO)) ~~ if (new_acl_rw_data.acl_flags & WAYSHUNT_ACL_FLAG_FO)
 widen-leak-on-enqueue-fail ~~ flow_thru_widen ~~     free(entry_421_p);\n ~~
 widen-marks-unqueued ~~ flow_thru_widen ~~     free(entry_421_p);\n    return; ~~     free(entry_421_p);\n    *del_key_p = 1;\n    return;
-index-groups-ignore-did ~~ trunk_index_413 ~~ memcmp(&f->src_did_wwn, &e->src_did_wwn, sizeof(wwn_t)) == 0) { ~~ 1) {
-release-leaks-nodes ~~ upgrade_413 ~~       free(node_p);\n      node_p = nxt_p; ~~       node_p = nxt_p;
-type-58-repaired ~~ upgrade_413 ~~       case WAYSHUNT_KVS_KEY_ACL_ELS_1:\n ~~
-up32-leak-refused-node ~~ upgrade_32 ~~       free(node_p);\n    }\n  next: ~~     }\n  next:
+index-groups-ignore-did ~~ trunk_index_413 ~~ key_p->b = e->src_did_wwn.num; ~~ key_p->b = 0;
+release-leaks-nodes ~~ tgt_chains ~~     free(p);\n    p = nxt_p; ~~     p = nxt_p;
+type-58-repaired ~~ upgrade_413 ~~     case WAYSHUNT_KVS_KEY_ACL_ELS_1:\n ~~
+leak-refused-node ~~ tgt_chains ~~   if (rc != 0) {\n    free(node_p);\n    return; ~~   if (rc != 0) {\n    return;
 down413-leak ~~ downgrade_413 ~~     free((void *)entry_413_p);\n ~~
 dispatch-31-down-to-32 ~~ versions ~~ wayshunt_cnv_to_32(void) { return to_major == 3 && to_minor == 2; } ~~ wayshunt_cnv_to_32(void) { return to_major == 3 && to_minor <= 2; }
 log-unflushed ~~ log ~~   fflush(err_fp);\n ~~
-up32-tail-insertion ~~ upgrade_32 ~~       node_p->nxt_p = head_p->nxt_p;\n      head_p->nxt_p = node_p; ~~       for (wayshunt_cnv_32_acl_rw_node_t *t_p = head_p;; t_p = t_p->nxt_p) if (t_p->nxt_p == NULL) { t_p->nxt_p = node_p; break; }
+chain-tail-insertion ~~ tgt_chains ~~     ((Link *)node_p)->nxt_p = head_p->nxt_p;\n    head_p->nxt_p = (Link *)node_p; ~~     for (Link *t_p = head_p;; t_p = t_p->nxt_p) if (t_p->nxt_p == NULL) { t_p->nxt_p = (Link *)node_p; break; }
 pgmdone-on-type-56 ~~ rw_repair ~~ key_type == WAYSHUNT_KVS_KEY_ACL_RW_1 && ~~ key_type != WAYSHUNT_KVS_KEY_ACL_RW_1 &&
 pgmdone-mask-keeps-busy ~~ rw_repair ~~ ~(WAYSHUNT_ACL_FLAG_PGM_PENDING | WAYSHUNT_ACL_FLAG_PGM_BUSY | WAYSHUNT_ACL_FLAG_FO) ~~ ~(WAYSHUNT_ACL_FLAG_PGM_PENDING | WAYSHUNT_ACL_FLAG_FO)
 dropall-tests-did ~~ rw_repair ~~ new_acl_rw_data.dst_sid_wwn.num != 0 ~~ new_acl_rw_data.dst_did_wwn.num != 0
@@ -49,26 +49,26 @@ els-no-slot-fill ~~ els_fill ~~   new_acl_els_data.slot_num = wayshunt_cnv_get_s
 els-exact-size-skipped ~~ els_fill ~~ kvs_data_p->siz < sizeof new_acl_els_data ~~ kvs_data_p->siz <= sizeof new_acl_els_data
 widen-names-misplaced ~~ flow_thru_widen ~~ memcpy(entry_421_p + offsetof(wayshunt_kvs_key_flow_thru_host_t, host_pwwn), ~~ memcpy(entry_421_p + offsetof(wayshunt_kvs_key_flow_thru_host_t, host_pwwn) - 4,
 table-isl-ignored ~~ tgt_table_413 ~~   if (!(acl_p->acl_flags & WAYSHUNT_ACL_FLAG_ISL)) return; ~~
-table-chain-cut ~~ tgt_table_413 ~~     node_p->nxt_p = head_p->nxt_p;\n    head_p->nxt_p = node_p;\n    WAYSHUNT_CNV_TRACE("%s():%d Inserted after head\\n");\n    return; ~~     node_p->nxt_p = NULL;\n    head_p->nxt_p = node_p;\n    WAYSHUNT_CNV_TRACE("%s():%d Inserted after head\\n");\n    return;
+table-chain-cut ~~ tgt_chains ~~ ((Link *)node_p)->nxt_p = head_p->nxt_p; ~~ ((Link *)node_p)->nxt_p = NULL;
 save-under-type-56 ~~ tgt_table_413 ~~ kvs_key_acl_rw.key_type.kvs_type = WAYSHUNT_KVS_KEY_ACL_RW_1; ~~ kvs_key_acl_rw.key_type.kvs_type = WAYSHUNT_KVS_KEY_ACL_RW_2;
 scan-ignores-slot ~~ tgt_table_413 ~~           if (virt_entry_p->slot_num != phy_entry_p->slot_num) continue;\n ~~
 scan-no-break ~~ tgt_table_413 ~~           wayshunt_cnv_upgrade_from_41_acl_rw_save_entry(service, phy_node_p->kvs_hash_key_lower, phy_entry_p);\n          break; ~~           wayshunt_cnv_upgrade_from_41_acl_rw_save_entry(service, phy_node_p->kvs_hash_key_lower, phy_entry_p);
 index-plain-virtual-candidates ~~ trunk_index_413 ~~       if (!(virt_acl_flags & WAYSHUNT_ACL_FLAG_PHYSICAL)) continue; ~~
 index-self-candidate ~~ trunk_index_413 ~~       if (j == i) continue; ~~
 index-end-keeps-virtual ~~ trunk_index_413 ~~     if (j == WAYSHUNT_CNV_IX_NONE) {\n      phy_entry_p->acl_flags &= ~WAYSHUNT_ACL_FLAG_VIRTUAL; ~~     if (j == WAYSHUNT_CNV_IX_NONE) {\n      phy_entry_p->acl_flags &= ~WAYSHUNT_ACL_FLAG_PHYSICAL;
-getkey-skipped-after-delete ~~ upgrade_413 ~~       pkey = wayshunt_cnv_key_after_delete(service, saved, siz, rc, &rc); ~~       pkey = kvs_move2location(service, KVS_LOC_NEXT, &rc);
+getkey-skipped-after-delete ~~ upgrade_413 ~~   pkey = wayshunt_cnv_key_after_delete(service, saved, siz, rc, &rc); ~~   pkey = kvs_move2location(service, KVS_LOC_NEXT, &rc);
 no-fixup ~~ upgrade_413 ~~   wayshunt_cnv_upgrade_from_413_fix_trunk_entries(service, &tgt_ht); ~~
 close-status-lost ~~ upgrade_413 ~~     WAYSHUNT_CNV_TRACE("%s():%d kvs_close error: %s\\n", retcode2str(rc));\n    return rc; ~~     WAYSHUNT_CNV_TRACE("%s():%d kvs_close error: %s\\n", retcode2str(rc));\n    return 0;
 open-status-lost ~~ upgrade_413 ~~     tk_hashtable_64_destroy(&tgt_ht);\n    return rc; ~~     tk_hashtable_64_destroy(&tgt_ht);\n    return 0;
 after-delete-spins ~~ walk ~~   return kvs_move2location(service, KVS_LOC_NEXT, rcode); ~~   return pkey;
 after-delete-skips ~~ walk ~~   if (pkey == NULL || pkey->ptr == NULL) return pkey; ~~   if (pkey == NULL || pkey->ptr == NULL) return pkey;\n  pkey = kvs_move2location(service, KVS_LOC_NEXT, rcode);\n  if (pkey == NULL) return pkey;
-up32-wrong-type ~~ upgrade_32 ~~ != WAYSHUNT_KVS_KEY_ACL_RW_1) goto next; ~~ != WAYSHUNT_KVS_KEY_ACL_RW_2) goto next;
-up32-reads-84-of-82 ~~ upgrade_32 ~~ pkey->siz < sizeof acl_key || kvs_data_p->siz < sizeof acl_32) goto next; ~~ pkey->siz < sizeof acl_key) goto next;
-up32-isl-ignored ~~ upgrade_32 ~~     if (!(acl_32.acl_flags & WAYSHUNT_ACL_FLAG_ISL)) goto next;\n ~~
+up32-wrong-type ~~ tgt_table_32 ~~ != WAYSHUNT_KVS_KEY_ACL_RW_1) goto next; ~~ != WAYSHUNT_KVS_KEY_ACL_RW_2) goto next;
+up32-reads-84-of-82 ~~ tgt_table_32 ~~ pkey->siz != sizeof acl_key || kvs_data_p->siz < sizeof acl_32) goto next; ~~ pkey->siz != sizeof acl_key) goto next;
+up32-isl-ignored ~~ tgt_table_32 ~~     if (!(acl_32.acl_flags & WAYSHUNT_ACL_FLAG_ISL)) goto next;\n ~~
 up32-close-before-fixup ~~ upgrade_32 ~~   wayshunt_cnv_upgrade_from_32_fix_trunk_entries(service, &tgt_ht);\n ~~
 fix32-keeps-virtual ~~ tgt_table_32 ~~       virt_node_p->entry.acl_flags &= ~WAYSHUNT_ACL_FLAG_VIRTUAL;\n ~~
 fix32-slot-255-goes-on ~~ tgt_table_32 ~~       if (rc != 0 || slot_num == WAYSHUNT_SLOT_INVALID) {\n        WAYSHUNT_CNV_TRACE("%s():%d Failed to get slot num: %s 0x%x\\n", retcode2str(rc), rc);\n        goto out; ~~       if (rc != 0) {\n        WAYSHUNT_CNV_TRACE("%s():%d Failed to get slot num: %s 0x%x\\n", retcode2str(rc), rc);\n        goto out;
-fix32-partner-any-did ~~ tgt_table_32 ~~           if (memcmp(&phy_node_p->entry.src_did_wwn, &virt_node_p->entry.src_did_wwn, sizeof(wwn_t)) != 0) continue;\n ~~
+fix32-partner-any-did ~~ tgt_table_32 ~~     if (memcmp(&phy_node_p->entry.src_did_wwn, &virt_node_p->entry.src_did_wwn, sizeof(wwn_t)) != 0) continue;\n ~~
 fix32-stores-82 ~~ tgt_table_32 ~~   kvs_data.siz = sizeof kvs_acl_32_data; ~~   kvs_data.siz = sizeof kvs_acl_32_data - 2;
 down413-key-22 ~~ downgrade_413 ~~     kvs_key.siz = sizeof(wayshunt_kvs_key_flow_thru_host_413_t); ~~     kvs_key.siz = sizeof(wayshunt_kvs_key_flow_thru_host_t);
 down413-no-key-ok ~~ downgrade_413 ~~     kvs_close(service);\n    return KVS_ERR_NO_KEY; ~~     kvs_close(service);\n    return 0;

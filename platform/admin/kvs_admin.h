@@ -6,6 +6,7 @@
  * its lock file <dir>/<name>.mdb-lock. Settings, read from the environment:
  *   PLAT_KVS_ROOT      folder prepended to <dir> (default: none)
  *   PLAT_KVS_MAP_SIZE  bytes of address space a store starts with (default
+ *                      four times its data file and 64 MiB more, at least
  *                      1 GiB); a store that fills it grows by doubling, so
  *                      the size of the file system is the only limit
  *   PLAT_KVS_GUARD     "1": guarded data, a test mode (default off). Every

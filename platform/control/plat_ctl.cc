@@ -1,6 +1,7 @@
 // Fault injection and call journal shared by all platform stand-ins.
 #include "plat_hooks.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -18,11 +19,14 @@ namespace {
 
 struct State {
   std::mutex mu;
-  bool env_read = false;
+  std::atomic<bool> env_read{false};
   std::vector<plat::FaultRule> rules;
-  std::map<std::string, uint32_t, std::less<>> calls;
+  std::atomic<bool> has_rules{false};  // rules is not empty
+  // Call counts by name; nodes stay put, so a counter's address is stable.
+  std::map<std::string, std::atomic<uint32_t>, std::less<>> calls;  // never erased
   std::string error;
   FILE *journal = nullptr;
+  std::atomic<bool> journal_on{false};
 };
 
 State &state() {
@@ -33,13 +37,68 @@ State &state() {
 // Reads PLAT_FAULTS and PLAT_JOURNAL once, at the first use. A bad rule in
 // the environment is reported on stderr, since there is no caller to tell.
 void read_env_locked(State &s) {
-  if (s.env_read) return;
-  s.env_read = true;
+  if (s.env_read.load(std::memory_order_relaxed)) return;
   if (const char *text = std::getenv("PLAT_FAULTS"); text && *text) {
     std::string err;
     if (!plat::parse_fault_rules(text, s.rules, err)) std::fprintf(stderr, "PLAT_FAULTS: %s; no fault injected\n", err.c_str());
   }
   if (const char *path = std::getenv("PLAT_JOURNAL"); path && *path) s.journal = std::fopen(path, "a");
+  s.has_rules.store(!s.rules.empty());
+  s.journal_on.store(s.journal != nullptr);
+  s.env_read.store(true, std::memory_order_release);
+}
+
+// The environment is read once; after that the hot calls take no lock for it.
+State &ready() {
+  State &s = state();
+  if (!s.env_read.load(std::memory_order_acquire)) {
+    std::lock_guard lock(s.mu);
+    read_env_locked(s);
+  }
+  return s;
+}
+
+using Counts = std::map<std::string, std::atomic<uint32_t>, std::less<>>;
+
+std::atomic<uint32_t> *counter_locked(State &s, const char *func) {
+  auto it = s.calls.find(std::string_view(func));
+  if (it == s.calls.end()) it = s.calls.try_emplace(std::string(func), 0u).first;
+  return &it->second;
+}
+
+// The counter of func, found by the address of the name first: the stand-ins
+// pass string literals, so after the first call of a function its counter is
+// one probe away and no lock is taken. The name is still compared, since a
+// library unloaded and another loaded may put other text at an old address.
+// A full cache only costs the slow way.
+std::atomic<uint32_t> *counter(State &s, const char *func) {
+  struct Slot {
+    std::atomic<const char *> name{nullptr};
+    std::atomic<Counts::value_type *> entry{nullptr};
+  };
+  static Slot cache[256];
+  size_t h = (reinterpret_cast<uintptr_t>(func) >> 3) * 0x9e3779b97f4a7c15ull >> 56;
+  for (size_t i = 0; i < 8; i++) {
+    Slot &c = cache[(h + i) % 256];
+    const char *n = c.name.load(std::memory_order_acquire);
+    if (n == func) {
+      Counts::value_type *e = c.entry.load(std::memory_order_acquire);
+      if (e && e->first == func) return &e->second;
+      break;
+    }
+    if (n != nullptr) continue;
+    std::lock_guard lock(s.mu);
+    auto it = s.calls.find(std::string_view(func));
+    if (it == s.calls.end()) it = s.calls.try_emplace(std::string(func), 0u).first;
+    const char *expected = nullptr;
+    if (c.name.load() == nullptr) {
+      c.entry.store(&*it, std::memory_order_release);
+      c.name.compare_exchange_strong(expected, func, std::memory_order_acq_rel);
+    }
+    return &it->second;
+  }
+  std::lock_guard lock(s.mu);
+  return counter_locked(s, func);
 }
 
 }  // namespace
@@ -54,6 +113,7 @@ extern "C" int plat_fault_add(const char *text) {
     return -1;
   }
   s.error.clear();
+  s.has_rules.store(!s.rules.empty());
   return 0;
 }
 
@@ -63,23 +123,22 @@ extern "C" const char *plat_fault_error(void) {
   return s.error.c_str();
 }
 
+// Counts go back to 0 rather than away, so that cached counters stay valid.
 extern "C" void plat_fault_reset(void) {
   State &s = state();
   std::lock_guard lock(s.mu);
-  s.env_read = true;
+  s.env_read.store(true, std::memory_order_release);
   s.rules.clear();
-  s.calls.clear();
+  s.has_rules.store(false);
+  for (auto &[name, n] : s.calls) n.store(0);
   s.error.clear();
 }
 
-extern "C" int plat_fault_hit(const char *func, plat_fault_t *fault) {
-  State &s = state();
+// Whether call number n of func fails, and how.
+static int rule_hit(State &s, const char *func, uint32_t n, plat_fault_t *fault) {
+  if (!s.has_rules.load(std::memory_order_acquire)) return 0;
   std::lock_guard lock(s.mu);
-  read_env_locked(s);
   std::string_view name(func);
-  auto it = s.calls.find(name);
-  if (it == s.calls.end()) it = s.calls.emplace(std::string(name), 0).first;
-  uint32_t n = ++it->second;
   for (const auto &r : s.rules) {
     if (r.func != name || n < r.first || n > r.last) continue;
     if (fault) *fault = r.fault;
@@ -88,11 +147,28 @@ extern "C" int plat_fault_hit(const char *func, plat_fault_t *fault) {
   return 0;
 }
 
+// Without rules a call costs one count and no lock.
+extern "C" int plat_fault_hit(const char *func, plat_fault_t *fault) {
+  State &s = ready();
+  return rule_hit(s, func, counter(s, func)->fetch_add(1, std::memory_order_relaxed) + 1, fault);
+}
+
+extern "C" int plat_fault_hit_at(plat_fault_site_t *site, plat_fault_t *fault) {
+  State &s = ready();
+  auto *count = static_cast<std::atomic<uint32_t> *>(__atomic_load_n(&site->count, __ATOMIC_ACQUIRE));
+  if (!count) {
+    std::lock_guard lock(s.mu);
+    count = counter_locked(s, site->func);
+    __atomic_store_n(&site->count, static_cast<void *>(count), __ATOMIC_RELEASE);
+  }
+  return rule_hit(s, site->func, count->fetch_add(1, std::memory_order_relaxed) + 1, fault);
+}
+
 extern "C" uint32_t plat_call_count(const char *func) {
   State &s = state();
   std::lock_guard lock(s.mu);
   auto it = s.calls.find(std::string_view(func ? func : ""));
-  return it == s.calls.end() ? 0 : it->second;
+  return it == s.calls.end() ? 0 : it->second.load();
 }
 
 extern "C" int plat_journal_set(const char *path) {
@@ -101,22 +177,19 @@ extern "C" int plat_journal_set(const char *path) {
   read_env_locked(s);
   if (s.journal) std::fclose(s.journal);
   s.journal = nullptr;
+  s.journal_on.store(false);
   if (!path) return 0;
   s.journal = std::fopen(path, "a");
+  s.journal_on.store(s.journal != nullptr);
   return s.journal ? 0 : -1;
 }
 
-extern "C" int plat_journal_on(void) {
-  State &s = state();
-  std::lock_guard lock(s.mu);
-  read_env_locked(s);
-  return s.journal != nullptr;
-}
+extern "C" int plat_journal_on(void) { return ready().journal_on.load(std::memory_order_acquire); }
 
 extern "C" void plat_journal(const char *format, ...) {
-  State &s = state();
+  State &s = ready();
+  if (!s.journal_on.load(std::memory_order_acquire)) return;
   std::lock_guard lock(s.mu);
-  read_env_locked(s);
   if (!s.journal) return;
   va_list ap;
   va_start(ap, format);

@@ -27,6 +27,17 @@ typedef struct plat_fault_ {
  * when a rule makes this call fail, 0 otherwise. */
 int plat_fault_hit(const char *func, plat_fault_t *fault);
 
+/* The same for a call site that is called in hot loops: the site keeps the
+ * function's counter once found, so that a call without rules costs one
+ * count. Sites are static and start as PLAT_FAULT_SITE("name"). */
+typedef struct plat_fault_site_ {
+  const char *func;
+  void *count; /* filled at the first call */
+} plat_fault_site_t;
+#define PLAT_FAULT_SITE(name) \
+  { (name), 0 }
+int plat_fault_hit_at(plat_fault_site_t *site, plat_fault_t *fault);
+
 /* For the stand-ins: appends one formatted line (a '\n' is added). */
 void plat_journal(const char *format, ...) __attribute__((format(printf, 1, 2)));
 

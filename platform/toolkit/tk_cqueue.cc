@@ -8,7 +8,7 @@
 
 extern "C" tk_err_t tk_cq_init(tk_cqueue_t *q, uint32 max_len) {
   tk_err_t rc;
-  if (tk::fault_hit("tk_cq_init", &rc)) {
+  if (TK_FAULT_HIT("tk_cq_init", &rc)) {
     if (q) *q = tk_cqueue_t{};  // a failed init leaves an empty, zeroed head
     return rc;
   }
@@ -20,7 +20,7 @@ extern "C" tk_err_t tk_cq_init(tk_cqueue_t *q, uint32 max_len) {
 
 extern "C" tk_err_t tk_cq_enqueue_tail(tk_cqueue_t *q, const void *data, tk_cq_cookie_t cookie) {
   tk_err_t rc;
-  if (tk::fault_hit("tk_cq_enqueue_tail", &rc)) return rc;
+  if (TK_FAULT_HIT("tk_cq_enqueue_tail", &rc)) return rc;
   if (!q) return TK_ERR_INVALID;
   if (q->max_len != 0 && q->len >= q->max_len) return TK_ERR_FULL;
   auto *n = static_cast<tk_cq_node_t *>(std::malloc(sizeof(tk_cq_node_t)));
@@ -42,7 +42,7 @@ extern "C" tk_err_t tk_cq_enqueue_tail(tk_cqueue_t *q, const void *data, tk_cq_c
 
 extern "C" tk_err_t tk_cq_dequeue_head(tk_cqueue_t *q, const void **data, tk_cq_cookie_t *cookie) {
   tk_err_t rc;
-  if (tk::fault_hit("tk_cq_dequeue_head", &rc)) return rc;
+  if (TK_FAULT_HIT("tk_cq_dequeue_head", &rc)) return rc;
   if (!q || !data) return TK_ERR_INVALID;
   tk_cq_node_t *n = q->head;
   if (!n) return TK_ERR_EMPTY;
@@ -62,7 +62,7 @@ extern "C" tk_err_t tk_cq_dequeue_head(tk_cqueue_t *q, const void **data, tk_cq_
 // limit and the high-water mark stay as they were.
 extern "C" tk_err_t tk_cq_destroy(tk_cqueue_t *q) {
   tk_err_t rc;
-  if (tk::fault_hit("tk_cq_destroy", &rc)) return rc;
+  if (TK_FAULT_HIT("tk_cq_destroy", &rc)) return rc;
   if (!q) return TK_ERR_INVALID;
   bool had_items = q->head != nullptr;
   for (tk_cq_node_t *n = q->head; n;) {

@@ -17,6 +17,13 @@
 // Walk order: bucket by bucket, chain by chain. A step looks the given key
 // up and moves on from its node, so it never reads an item's data, and a
 // caller may free the data of items already visited.
+//
+// Lookups: the caller's hash decides the buckets and so the walk order, but
+// keys that differ only in bits the hash throws away (names of one maker
+// under key % 256, say) would all share a bucket. So beside the buckets an
+// index of its own, open addressing on a mixed key, finds a key's node in a
+// step or two; the buckets are only walked. Without memory for the index
+// the table goes on with the bucket chains alone.
 #include <cstdlib>
 
 #include "tk_fault.h"
@@ -26,9 +33,17 @@ namespace {
 
 using Node = tk_hashtable_64_node_t;
 
+// Open-addressing index from key to node: a power of two of slots, at most
+// half of them used.
+struct Index {
+  uint64 slots;
+  Node **slot;
+};
+
 struct Header {
   uint64 count;    // items in the table
   uint64 buckets;  // length of the bucket array that follows
+  Index *index;    // null when there was no memory for it
 };
 static_assert(sizeof(Header) % alignof(Node *) == 0, "buckets must stay pointer-aligned");
 
@@ -46,6 +61,56 @@ Node **alloc_buckets(uint32 n, uint64 count) {
 
 void free_buckets(Node **buckets) { std::free(reinterpret_cast<Header *>(buckets) - 1); }
 
+uint64 mix(uint64 key) {
+  key ^= key >> 33;
+  key *= 0xff51afd7ed558ccdull;
+  key ^= key >> 33;
+  return key;
+}
+
+Node **index_slot(const Index *ix, uint64 key) {
+  uint64 mask = ix->slots - 1;
+  for (uint64 i = mix(key) & mask;; i = (i + 1) & mask)
+    if (!ix->slot[i] || ix->slot[i]->key == key) return &ix->slot[i];
+}
+
+void drop_index(Header *h) {
+  if (!h->index) return;
+  std::free(h->index->slot);
+  std::free(h->index);
+  h->index = nullptr;
+}
+
+// Adds n, doubling the index first when it would be more than half full. A
+// failed allocation drops the index for good.
+void index_add(Header *h, Node *n) {
+  Index *ix = h->index;
+  if (!ix) return;
+  if (2 * (h->count + 1) > ix->slots) {
+    uint64 slots = ix->slots * 2;
+    auto **fresh = static_cast<Node **>(std::calloc(slots, sizeof(Node *)));
+    if (!fresh) return drop_index(h);
+    Index bigger{slots, fresh};
+    for (uint64 i = 0; i < ix->slots; i++)
+      if (ix->slot[i]) *index_slot(&bigger, ix->slot[i]->key) = ix->slot[i];
+    std::free(ix->slot);
+    *ix = bigger;
+  }
+  *index_slot(ix, n->key) = n;
+}
+
+Index *new_index() {
+  auto *ix = static_cast<Index *>(std::malloc(sizeof(Index)));
+  if (!ix) return nullptr;
+  ix->slots = 64;
+  ix->slot = static_cast<Node **>(std::calloc(ix->slots, sizeof(Node *)));
+  if (!ix->slot) {
+    std::free(ix);
+    return nullptr;
+  }
+  return ix;
+}
+
 // True for a table set up by init and not yet destroyed. A zeroed struct (a
 // failed init, a destroyed table) is not one.
 bool valid(const tk_hashtable_64_t *ht) {
@@ -56,6 +121,7 @@ bool valid(const tk_hashtable_64_t *ht) {
 uint32 bucket_of(tk_hashtable_64_t *ht, uint64 key) { return ht->hash_fn(ht, key) % ht->size; }
 
 Node *find_node(tk_hashtable_64_t *ht, uint64 key) {
+  if (const Index *ix = header(ht)->index) return *index_slot(ix, key);
   for (Node *n = ht->hash_array[bucket_of(ht, key)]; n; n = n->p_next)
     if (n->key == key) return n;
   return nullptr;
@@ -97,6 +163,7 @@ void grow(tk_hashtable_64_t *ht) {
   if (want > UINT32_MAX) return;
   Node **fresh = alloc_buckets(static_cast<uint32>(want), header(ht)->count);
   if (!fresh) return;
+  reinterpret_cast<Header *>(fresh)[-1].index = header(ht)->index;
   Node **old = ht->hash_array;
   uint32 old_size = ht->size;
   ht->hash_array = fresh;
@@ -120,13 +187,14 @@ extern "C" uint32 tk_hashtable_64_modulo_size_hash_fn(tk_hashtable_64_t *ht, uin
 
 extern "C" tk_err_t tk_hashtable_64_init(tk_hashtable_64_t *ht, uint32 size, tk_hashtable_64_hash_fn_t hash_fn) {
   tk_err_t rc;
-  bool fault = tk::fault_hit("tk_hashtable_64_init", &rc);
+  bool fault = TK_FAULT_HIT("tk_hashtable_64_init", &rc);
   if (!ht) return fault ? rc : TK_ERR_INVALID;
   *ht = tk_hashtable_64_t{};  // a failed init leaves a zeroed struct, safe to destroy
   if (fault) return rc;
   if (size == 0 || !hash_fn) return TK_ERR_INVALID;
   Node **buckets = alloc_buckets(size, 0);
   if (!buckets) return TK_ERR_NO_MEMORY;
+  reinterpret_cast<Header *>(buckets)[-1].index = new_index();
   ht->size = size;
   ht->hash_array = buckets;
   ht->hash_fn = hash_fn;
@@ -135,7 +203,7 @@ extern "C" tk_err_t tk_hashtable_64_init(tk_hashtable_64_t *ht, uint32 size, tk_
 
 extern "C" tk_err_t tk_hashtable_64_find(tk_hashtable_64_t *ht, uint64 key, void **data) {
   tk_err_t rc;
-  if (tk::fault_hit("tk_hashtable_64_find", &rc)) return rc;
+  if (TK_FAULT_HIT("tk_hashtable_64_find", &rc)) return rc;
   if (!valid(ht) || !data) return TK_ERR_INVALID;
   Node *n = find_node(ht, key);
   if (!n) return TK_ERR_NOT_FOUND;
@@ -145,7 +213,7 @@ extern "C" tk_err_t tk_hashtable_64_find(tk_hashtable_64_t *ht, uint64 key, void
 
 extern "C" tk_err_t tk_hashtable_64_insert(tk_hashtable_64_t *ht, uint64 key, void *data) {
   tk_err_t rc;
-  if (tk::fault_hit("tk_hashtable_64_insert", &rc)) return rc;
+  if (TK_FAULT_HIT("tk_hashtable_64_insert", &rc)) return rc;
   if (!valid(ht)) return TK_ERR_INVALID;
   if (find_node(ht, key)) return TK_ERR_EXISTS;
   auto *n = static_cast<Node *>(std::malloc(sizeof(Node)));
@@ -154,13 +222,14 @@ extern "C" tk_err_t tk_hashtable_64_insert(tk_hashtable_64_t *ht, uint64 key, vo
   n->data = data;
   if (header(ht)->count + 1 > uint64{ht->size} * 2) grow(ht);
   link_front(ht, n);
+  index_add(header(ht), n);
   header(ht)->count++;
   return TK_OK;
 }
 
 extern "C" tk_err_t tk_hashtable_64_get_first(tk_hashtable_64_t *ht, uint64 *key, void **data) {
   tk_err_t rc;
-  if (tk::fault_hit("tk_hashtable_64_get_first", &rc)) return rc;
+  if (TK_FAULT_HIT("tk_hashtable_64_get_first", &rc)) return rc;
   if (!valid(ht) || !key || !data) return TK_ERR_INVALID;
   Node *n = header(ht)->count ? first_from(ht, 0) : nullptr;
   if (!n) return TK_HASHTABLE_END;
@@ -171,7 +240,7 @@ extern "C" tk_err_t tk_hashtable_64_get_first(tk_hashtable_64_t *ht, uint64 *key
 
 extern "C" tk_err_t tk_hashtable_64_traverse(tk_hashtable_64_t *ht, uint64 key, uint64 *next_key, void **data) {
   tk_err_t rc;
-  if (tk::fault_hit("tk_hashtable_64_traverse", &rc)) return rc;
+  if (TK_FAULT_HIT("tk_hashtable_64_traverse", &rc)) return rc;
   if (!valid(ht) || !next_key || !data) return TK_ERR_INVALID;
   Node *n = find_node(ht, key);
   if (!n) return TK_ERR_NOT_FOUND;
@@ -186,7 +255,7 @@ extern "C" tk_err_t tk_hashtable_64_traverse(tk_hashtable_64_t *ht, uint64 key, 
 // that any later call on it reports TK_ERR_INVALID.
 extern "C" tk_err_t tk_hashtable_64_destroy(tk_hashtable_64_t *ht) {
   tk_err_t rc;
-  if (tk::fault_hit("tk_hashtable_64_destroy", &rc)) return rc;
+  if (TK_FAULT_HIT("tk_hashtable_64_destroy", &rc)) return rc;
   if (!valid(ht)) return TK_ERR_INVALID;
   for (uint32 b = 0; b < ht->size; b++) {
     for (Node *n = ht->hash_array[b]; n;) {
@@ -195,6 +264,7 @@ extern "C" tk_err_t tk_hashtable_64_destroy(tk_hashtable_64_t *ht) {
       n = next;
     }
   }
+  drop_index(header(ht));
   free_buckets(ht->hash_array);
   *ht = tk_hashtable_64_t{};
   return TK_OK;

@@ -1,9 +1,13 @@
-// The store's guarded test mode: every misuse of handed-out data that the
-// mode exists to catch ends the process at once, and proper use does not.
+// What the store keeps whatever happens within an open: a walk that
+// rewrites the store completes whether or not it outgrows the memory map on
+// the way; and the guarded test mode, where every misuse of handed-out data
+// that the mode exists to catch ends the process at once.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <functional>
 
+#include "kvs_admin.h"
 #include "kvs_fixture.h"
 
 namespace {
@@ -57,6 +61,61 @@ const GuardCase kGuardCases[] = {
        sink = *v;
      }},
 };
+
+struct RewriteCase {
+  const char *name;
+  const char *map_size;
+  size_t new_size;  // of every value; the store starts with 100-byte values
+  bool outgrows;    // the data file ends larger than the first map
+};
+
+const RewriteCase kRewriteCases[] = {
+    {"same sizes within the map", "4194304", 100, false},
+    {"growing values outgrow the map mid-walk", "4194304", 900, true},
+    {"a map of 64 KiB", "65536", 150, true},
+};
+
+// One walk stores a new value under every key and deletes every fifth key;
+// after the walk new keys are stored. The store must end as the model says.
+TEST_F(KvsTest, RewriteWalkCompletesWhetherOrNotItOutgrowsTheMap) {
+  for (const RewriteCase &c : kRewriteCases) {
+    SCOPED_TRACE(c.name);
+    testsupport::ScopedEnv map("PLAT_KVS_MAP_SIZE", c.map_size);
+    kvs_remove(url_.c_str());
+    Model m;
+    for (int i = 0; i < 5000; i++) m["key" + std::to_string(i * 7919 % 100000)] = Bytes(100, 'a' + i % 26);
+    create(m);
+    kvs_service_t s = open();
+    retcode_t st;
+    size_t seen = 0;
+    for (auto k = kvs_move2location(s, KVS_LOC_FIRST, &st); k; seen++) {
+      Bytes key = bytes(k);
+      ASSERT_TRUE(m.count(key)) << key;
+      if (seen % 5 == 0) {
+        ASSERT_EQ(kvs_delete(s, k), 0u);
+        m.erase(key);
+        k = kvs_getkey(s, &st);
+        continue;
+      }
+      Bytes v(c.new_size, key.back());
+      kvs_datum_t vd = datum(v);
+      ASSERT_EQ(kvs_store(s, KVS_STORE_REPLACE, k, &vd), 0u);
+      m[key] = v;
+      k = kvs_move2location(s, KVS_LOC_NEXT, &st);
+    }
+    EXPECT_EQ(seen, 5000u);
+    for (int i = 0; i < 2000; i++) {
+      Bytes k = "new" + std::to_string(i), v(c.new_size, 'n');
+      kvs_datum_t kd = datum(k), vd = datum(v);
+      ASSERT_EQ(kvs_store(s, KVS_STORE_REPLACE, &kd, &vd), 0u);
+      m[k] = v;
+    }
+    ASSERT_EQ(kvs_close(s), 0u);
+    EXPECT_TRUE(contents() == m);
+    size_t file = std::filesystem::file_size(dir_.path() + "/store.mdb");
+    EXPECT_EQ(file > std::stoul(c.map_size), c.outgrows) << file;
+  }
+}
 
 TEST_F(KvsTest, GuardedDataCatchesEveryMisuseAtOnce) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";

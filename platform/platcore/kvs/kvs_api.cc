@@ -94,11 +94,12 @@ static void set(retcode_t *status, retcode_t st) {
 
 // Applies an injected fault to a call returning a datum: true when the call
 // must not run; *result then holds what the caller gets.
-static bool datum_fault(const char *name, kvs_service_t service, retcode_t *status, const kvs_datum_t **result,
-                        bool *empty) {
+static bool datum_fault(plat_fault_site_t *site, kvs_service_t service, retcode_t *status,
+                        const kvs_datum_t **result, bool *empty) {
   plat_fault_t f;
+  const char *name = site->func;
   *empty = false;
-  if (!plat_fault_hit(name, &f)) return false;
+  if (!plat_fault_hit_at(site, &f)) return false;
   if (f.kind == PLAT_FAULT_EMPTY) {
     *empty = true;  // the call runs, its result is hidden
     return false;
@@ -175,7 +176,8 @@ extern "C" retcode_t kvs_close(kvs_service_t service) {
 extern "C" const kvs_datum_t *kvs_move2location(kvs_service_t service, int mode, retcode_t *status) {
   const kvs_datum_t *res = nullptr;
   bool empty;
-  if (datum_fault("kvs_move2location", service, status, &res, &empty)) return res;
+  static plat_fault_site_t site = PLAT_FAULT_SITE("kvs_move2location");
+  if (datum_fault(&site, service, status, &res, &empty)) return res;
   retcode_t st = 0;
   res = with_handle(service, st, [&](kvs::Handle *h) -> const kvs_datum_t * {
     if (mode == KVS_LOC_FIRST) return h->first(st);
@@ -193,7 +195,8 @@ extern "C" const kvs_datum_t *kvs_move2location(kvs_service_t service, int mode,
 extern "C" const kvs_datum_t *kvs_getkey(kvs_service_t service, retcode_t *status) {
   const kvs_datum_t *res = nullptr;
   bool empty;
-  if (datum_fault("kvs_getkey", service, status, &res, &empty)) return res;
+  static plat_fault_site_t site = PLAT_FAULT_SITE("kvs_getkey");
+  if (datum_fault(&site, service, status, &res, &empty)) return res;
   retcode_t st = 0;
   res = with_handle(service, st, [&](kvs::Handle *h) { return h->key(st); });
   if (res && empty) res = with_handle(service, st, [](kvs::Handle *h) { return h->empty(); });
@@ -205,7 +208,8 @@ extern "C" const kvs_datum_t *kvs_getkey(kvs_service_t service, retcode_t *statu
 extern "C" const kvs_datum_t *kvs_getvalue(kvs_service_t service, retcode_t *status) {
   const kvs_datum_t *res = nullptr;
   bool empty;
-  if (datum_fault("kvs_getvalue", service, status, &res, &empty)) return res;
+  static plat_fault_site_t site = PLAT_FAULT_SITE("kvs_getvalue");
+  if (datum_fault(&site, service, status, &res, &empty)) return res;
   retcode_t st = 0;
   res = with_handle(service, st, [&](kvs::Handle *h) { return h->value(st); });
   if (res && empty) res = with_handle(service, st, [](kvs::Handle *h) { return h->empty(); });
@@ -219,7 +223,8 @@ static bool valid_key(const kvs_datum_t *key) { return key && key->ptr && key->s
 extern "C" retcode_t kvs_store(kvs_service_t service, int mode, const kvs_datum_t *key, const kvs_datum_t *value) {
   plat_fault_t f;
   retcode_t st = 0;
-  bool injected = plat_fault_hit("kvs_store", &f);
+  static plat_fault_site_t site = PLAT_FAULT_SITE("kvs_store");
+  bool injected = plat_fault_hit_at(&site, &f);
   if (injected)
     st = f.value ? f.value : PLAT_ERR_INJECTED;
   else if (mode != KVS_STORE_REPLACE || !valid_key(key) || !value || (!value->ptr && value->siz))
@@ -243,7 +248,8 @@ extern "C" retcode_t kvs_delete(kvs_service_t service, const kvs_datum_t *key) {
   std::string key_text = journal ? hex(key) : std::string();
   const kvs_datum_t *walk_key =
       journal ? with_handle(service, ignored, [&](kvs::Handle *h) { return h->key(ignored); }) : nullptr;
-  bool injected = plat_fault_hit("kvs_delete", &f);
+  static plat_fault_site_t site = PLAT_FAULT_SITE("kvs_delete");
+  bool injected = plat_fault_hit_at(&site, &f);
   if (injected)
     st = f.value ? f.value : PLAT_ERR_INJECTED;  // nothing deleted: the cursor stays on the same key
   else if (!valid_key(key))

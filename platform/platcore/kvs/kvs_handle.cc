@@ -18,7 +18,8 @@ namespace {
 
 thread_local std::string g_detail;
 
-constexpr size_t kHeadroom = size_t{64} << 20;
+// Values longer than this may go to overflow pages of their own.
+constexpr size_t kInlineMax = 1000;
 
 MDB_val as_val(const kvs_datum_t &d) { return MDB_val{d.siz, d.ptr}; }
 
@@ -64,10 +65,10 @@ retcode_t Handle::open(const std::string &file, Handle **out) {
   h->val_buf_.reserve(256);
   int rc = mdb_env_create(&h->env_);
   if (rc) return status_of(rc);
-  // Room for the whole store to be rewritten within one transaction.
-  h->map_size_ = std::max(initial_map_size(), 2 * static_cast<size_t>(st.st_size) + kHeadroom);
+  h->map_size_ = map_size_for(static_cast<size_t>(st.st_size));
   if ((rc = mdb_env_set_mapsize(h->env_, h->map_size_)) ||
-      (rc = mdb_env_open(h->env_, file.c_str(), MDB_NOSUBDIR, 0644)) || (rc = h->begin()))
+      (rc = mdb_env_open(h->env_, file.c_str(), MDB_NOSUBDIR, 0644)) || (rc = h->begin()) ||
+      (rc = h->start_bound()))
     return status_of(rc);
   *out = h.release();
   return 0;
@@ -98,13 +99,47 @@ int Handle::begin() {
   return rc;
 }
 
+// The pages a write transaction can take, bounded from above: every page of
+// the store's trees copied once on write and split once, three bytes of
+// pages for every byte a write adds (a split leaves pages half full, and
+// branch pages come on top), and room for the free page lists written at
+// commit.
+int Handle::start_bound() {
+  MDB_envinfo info;
+  MDB_stat env, main, free_db;
+  int rc;
+  if ((rc = mdb_env_info(env_, &info)) || (rc = mdb_env_stat(env_, &env)) || (rc = mdb_stat(txn_, dbi_, &main)) ||
+      (rc = mdb_stat(txn_, 0, &free_db)))
+    return rc;
+  psize_ = env.ms_psize;
+  auto pages = [](const MDB_stat &s) { return s.ms_branch_pages + s.ms_leaf_pages + s.ms_overflow_pages; };
+  size_t used = (info.me_last_pgno + 1) * psize_, trees = (pages(main) + pages(free_db)) * psize_;
+  bound_ = used + 2 * trees + used / 64 + (size_t{1} << 20);
+  return 0;
+}
+
+// What a put can add to the bound: a replacement of an inline value by one
+// as long or shorter adds nothing.
+size_t Handle::store_growth(const MDB_val &k, const MDB_val &v, bool at) {
+  size_t whole = 3 * (k.mv_size + v.mv_size + 16) + (v.mv_size > kInlineMax ? v.mv_size + psize_ : 0);
+  MDB_val ok, ov{val_buf_.size(), val_buf_.data()};
+  // A walk reads the value before it replaces it, so its size is known.
+  if (!at || v.mv_size > kInlineMax ||
+      (!val_current_ && (sync() != 0 || mdb_cursor_get(cur_, &ok, &ov, MDB_GET_CURRENT) != 0)) ||
+      ov.mv_size > kInlineMax)
+    return whole;
+  return v.mv_size > ov.mv_size ? 3 * (v.mv_size - ov.mv_size) : 0;
+}
+
 retcode_t Handle::close() {
   int rc = txn_ ? 0 : MDB_BAD_TXN;
   while (txn_) {
     rc = mdb_txn_commit(txn_);  // frees the transaction and its cursor, committed or not
     txn_ = nullptr;
     cur_ = nullptr;
-    if (rc != MDB_MAP_FULL) break;
+    // Without a log the commit cannot be redone; the bound makes that case
+    // one that does not come, and should it, the store keeps nothing.
+    if (rc != MDB_MAP_FULL || !log_.on()) break;
     if ((rc = grow_and_replay())) break;
   }
   mdb_env_close(env_);
@@ -128,6 +163,7 @@ const kvs_datum_t *Handle::hand_out(kvs_datum_t &d, std::vector<unsigned char> &
 const kvs_datum_t *Handle::take(int rc, MDB_val *k, retcode_t &st) {
   if (guard_) guard_->retire_all();
   guard_key_ = nullptr;
+  val_current_ = false;
   if (rc == MDB_NOTFOUND) pos_ = Pos::kEnd;
   if (rc) {
     st = status_of(rc);
@@ -190,6 +226,7 @@ const kvs_datum_t *Handle::value(retcode_t &st) {
   if (rc) return st = status_of(rc), nullptr;
   const auto *p = static_cast<const unsigned char *>(v.mv_data);
   val_buf_.assign(p, p + v.mv_size);
+  val_current_ = true;
   return hand_out(val_, val_buf_, st);
 }
 
@@ -198,12 +235,13 @@ retcode_t Handle::store(const kvs_datum_t &key, const kvs_datum_t &value) {
   if (key.siz > static_cast<unsigned>(mdb_env_get_maxkeysize(env_))) return KVS_ERR_KEY_TOO_BIG;
   MDB_val k = as_val(key), v = as_val(value);
   bool at = is_current(key);
-  int rc = write([&] {
+  int rc = write(store_growth(k, v, at), [&] {
     if (at && sync() == 0) return mdb_cursor_put(cur_, &k, &v, MDB_CURRENT);
     synced_ = false;
     return mdb_put(txn_, dbi_, &k, &v, 0);
   });
-  if (rc == 0) log_op('p', key, &value);
+  if (rc == 0) log_.add(as_val(key), &v);
+  if (at) val_current_ = false;
   return status_of(rc);
 }
 
@@ -212,32 +250,37 @@ retcode_t Handle::remove(const kvs_datum_t &key) {
   if (key.siz > static_cast<unsigned>(mdb_env_get_maxkeysize(env_))) return KVS_ERR_NO_KEY;
   // Copy first: key may be the very buffer the cursor's key lives in.
   const auto *p = static_cast<const unsigned char *>(key.ptr);
-  std::vector<unsigned char> gone(p, p + key.siz);
-  MDB_val k{gone.size(), gone.data()}, v;
+  gone_.assign(p, p + key.siz);
+  MDB_val k{gone_.size(), gone_.data()}, v;
   bool at = is_current(key);
-  int rc = write([&] {
+  int rc = write(0, [&] {
     if (at && sync() == 0) return mdb_cursor_del(cur_, 0);
     synced_ = false;
     return mdb_del(txn_, dbi_, &k, nullptr);
   });
   if (rc) return status_of(rc);
-  log_op('d', kvs_datum_t{gone.data(), static_cast<unsigned>(gone.size())}, nullptr);
+  log_.add(MDB_val{gone_.size(), gone_.data()}, nullptr);
   if (!at) return 0;
   // The cursor now stands on the key that followed the deleted one.
   retcode_t st;
-  k = MDB_val{gone.size(), gone.data()};
+  k = MDB_val{gone_.size(), gone_.data()};
   rc = mdb_cursor_get(cur_, &k, &v, MDB_SET_RANGE);
   take(rc, &k, st);
   return st == KVS_ERR_NO_KEY ? 0 : st;
 }
 
-// Runs a write; when the map is full, grows it, replays the transaction so
-// far and runs the write again.
+// Runs a write that can add growth bytes to the bound. The log starts
+// before the write that could bring the bound past the map's size; when the
+// map is full, it is grown, the transaction replayed and the write run again.
 template <typename Op>
-int Handle::write(Op op) {
+int Handle::write(size_t growth, Op op) {
+  bound_ += growth;
+  if (!log_.on() && bound_ >= map_size_) {
+    if (int rc = log_.start(txn_, dbi_)) return rc;
+  }
   for (;;) {
     int rc = op();
-    if (rc != MDB_MAP_FULL) return rc;
+    if (rc != MDB_MAP_FULL || !log_.on()) return rc;
     if ((rc = grow_and_replay())) return rc;
   }
 }
@@ -251,30 +294,12 @@ int Handle::grow_and_replay() {
     map_size_ *= 2;
     int rc = mdb_env_set_mapsize(env_, map_size_);
     if (rc || (rc = begin())) return rc;
-    for (size_t i = 0; rc == 0 && i < oplog_.size();) {
-      char op = oplog_[i];
-      uint32_t klen, vlen;
-      std::memcpy(&klen, &oplog_[i + 1], 4);
-      std::memcpy(&vlen, &oplog_[i + 5], 4);
-      MDB_val k{klen, &oplog_[i + 9]}, v{vlen, &oplog_[i + 9 + klen]};
-      rc = op == 'p' ? mdb_put(txn_, dbi_, &k, &v, 0) : mdb_del(txn_, dbi_, &k, nullptr);
-      i += 9 + klen + vlen;
-    }
-    if (rc == 0) return 0;
+    if ((rc = log_.replay(txn_, dbi_)) == 0) return 0;
     mdb_txn_abort(txn_);
     txn_ = nullptr;
     cur_ = nullptr;
     if (rc != MDB_MAP_FULL) return rc;
   }
-}
-
-void Handle::log_op(char op, const kvs_datum_t &key, const kvs_datum_t *value) {
-  uint32_t klen = key.siz, vlen = value ? value->siz : 0;
-  oplog_.push_back(op);
-  oplog_.append(reinterpret_cast<const char *>(&klen), 4);
-  oplog_.append(reinterpret_cast<const char *>(&vlen), 4);
-  oplog_.append(static_cast<const char *>(key.ptr), klen);
-  if (vlen) oplog_.append(static_cast<const char *>(value->ptr), vlen);
 }
 
 }  // namespace kvs

@@ -12,9 +12,11 @@
 // guarded copies (kvs_guard.h), retired whenever the cursor moves or its key
 // is deleted.
 //
-// Every store and delete is also kept in an operation log, so that when the
-// memory map fills up the transaction can be replayed in a larger map: a
-// store grows without a fixed limit and the change stays atomic.
+// A store may outgrow its memory map within the transaction; the map is
+// then grown and the transaction redone from its replay log
+// (kvs_replay.h), so a store grows without a fixed limit and the change
+// stays atomic. The log is kept only once the transaction could come near
+// the end of the map.
 #ifndef PLAT_KVS_HANDLE_H
 #define PLAT_KVS_HANDLE_H
 
@@ -27,6 +29,7 @@
 
 #include "kvs_defs.h"
 #include "kvs_guard.h"
+#include "kvs_replay.h"
 
 namespace kvs {
 
@@ -63,10 +66,11 @@ class Handle {
   const kvs_datum_t *take(int rc, MDB_val *k, retcode_t &st);
   const kvs_datum_t *hand_out(kvs_datum_t &d, std::vector<unsigned char> &buf, retcode_t &st);
   bool is_current(const kvs_datum_t &key) const;
+  int start_bound();
+  size_t store_growth(const MDB_val &k, const MDB_val &v, bool at);
   template <typename Op>
-  int write(Op op);
+  int write(size_t growth, Op op);
   int grow_and_replay();
-  void log_op(char op, const kvs_datum_t &key, const kvs_datum_t *value);
 
   std::string file_;
   dev_t dev_ = 0;
@@ -80,7 +84,11 @@ class Handle {
   bool synced_ = false;  // LMDB's cursor stands on key_buf_
   std::vector<unsigned char> key_buf_, val_buf_;
   kvs_datum_t key_{}, val_{}, empty_{};
-  std::string oplog_;
+  ReplayLog log_;
+  size_t bound_ = 0;    // upper bound of the map's bytes the transaction can have taken
+  size_t psize_ = 4096;  // LMDB's page size
+  std::vector<unsigned char> gone_;  // the key of a delete
+  bool val_current_ = false;         // val_buf_ holds the value under the cursor
   std::unique_ptr<GuardedCopies> guard_;  // only in the guarded test mode
   const kvs_datum_t *guard_key_ = nullptr;  // the guarded copy of the key under the cursor
 };

@@ -2,6 +2,7 @@
 #include "kvs_location.h"
 
 #include <cerrno>
+#include <algorithm>
 #include <cstdlib>
 #include <string_view>
 
@@ -45,6 +46,12 @@ size_t initial_map_size() {
   // A setting that does not parse is ignored rather than failing every open.
   if (errno || *end || n == 0) return kDefaultMapSize;
   return n < kMinMapSize ? kMinMapSize : static_cast<size_t>(n);
+}
+
+size_t map_size_for(size_t file_size) {
+  const char *s = std::getenv("PLAT_KVS_MAP_SIZE");
+  if (s && *s) return initial_map_size();
+  return std::max(kDefaultMapSize, 4 * file_size + (size_t{64} << 20));
 }
 
 }  // namespace kvs

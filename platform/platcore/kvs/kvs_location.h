@@ -19,6 +19,11 @@ std::string lock_file(const std::string &file);
 // Address space a store starts with (PLAT_KVS_MAP_SIZE, default 1 GiB).
 size_t initial_map_size();
 
+// The map for a store whose data file has file_size bytes: PLAT_KVS_MAP_SIZE
+// when set, or else enough for the whole store to be rewritten in one
+// transaction with room to grow, and at least 1 GiB.
+size_t map_size_for(size_t file_size);
+
 }  // namespace kvs
 
 #endif

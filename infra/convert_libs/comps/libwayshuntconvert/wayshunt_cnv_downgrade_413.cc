@@ -80,11 +80,7 @@ extern "C" retcode_t wayshunt_cnv_config_downgrade_to_413_or_lower(const char *k
     free((void *)entry_413_p);
     rc = tk_cq_dequeue_head(&flow_thru_entry_q, &entry_413_p, &cookie);
   }
-  // A dequeue that failed with keys still queued would leave them to the
-  // destroy, which drops them unfreed: they are taken out and freed unstored,
-  // up to the next failure.
-  if (rc != TK_ERR_EMPTY)
-    while (tk_cq_dequeue_head(&flow_thru_entry_q, &entry_413_p, &cookie) == 0) free((void *)entry_413_p);
+  wayshunt_cnv_free_queued_keys(&flow_thru_entry_q, rc);
   rc = tk_cq_destroy(&flow_thru_entry_q);
   rc = kvs_close(service);
   if (rc == 0) return 0;

@@ -5,6 +5,7 @@
 #ifndef WAYSHUNT_CNV_UPGRADE_32_H
 #define WAYSHUNT_CNV_UPGRADE_32_H
 
+#include "wayshunt_cnv_chain_index.h"
 #include "wayshunt_cnv_int.h"
 
 #ifdef __cplusplus
@@ -33,18 +34,11 @@ WAYSHUNT_CNV_EXPORT void wayshunt_cnv_32_release_tgt_table(tk_hashtable_64_t *tg
 
 /* ---- the partner search of one chain through an index of its source pairs ---- */
 
-/* Scratch space of the indexed search, grown as chains need it and kept for
- * the length of one fix-up. All zero before the first chain. Entries are
- * numbered by their place in the chain. */
+/* Scratch space of the indexed search: the chain index, and where the
+ * examined entry goes in its physical list should it turn physical. */
 typedef struct wayshunt_cnv_32_chain_index_ {
-  uint32 cap;                           /* entries the arrays below hold */
-  wayshunt_cnv_32_acl_rw_node_t **node; /* the chain, in chain order */
-  uint32 *grp;                          /* first entry of the entry's source pair */
-  uint32 *phy_first;                    /* of a source pair's first entry: its first physical entry */
-  uint32 *phy_next;                     /* next physical entry of the same source pair */
-  uint32 slots;                         /* size of the open-addressing table, a power of two */
-  uint32 *slot;                         /* first entry of a source pair, or a free slot */
-  uint32 ins_after;                     /* the last search's last physical entry before the examined one */
+  wayshunt_cnv_chain_index_t core; /* first/next: the physical entries of each source pair */
+  uint32 ins_after;                /* the last search's last physical entry before the examined one */
 } wayshunt_cnv_32_chain_index_t;
 
 /* Outcomes of a partner search. */
@@ -65,13 +59,8 @@ WAYSHUNT_CNV_EXPORT int wayshunt_cnv_32_chain_index_find_partner(wayshunt_cnv_32
 WAYSHUNT_CNV_EXPORT void wayshunt_cnv_32_chain_index_now_physical(wayshunt_cnv_32_chain_index_t *ix_p, uint32 i);
 /* Releases the scratch space and zeroes it. */
 WAYSHUNT_CNV_EXPORT void wayshunt_cnv_32_chain_index_free(wayshunt_cnv_32_chain_index_t *ix_p);
-/* Parts of the index: room for n entries, the hash and equality of a source
- * pair, and the first entry of entry i's source pair. */
-WAYSHUNT_CNV_EXPORT int wayshunt_cnv_32_chain_index_reserve(wayshunt_cnv_32_chain_index_t *ix_p, uint32 n);
-WAYSHUNT_CNV_EXPORT uint64 wayshunt_cnv_32_pair_hash(const wayshunt_kvs_data_rw_acl_entry_32_t *e);
-WAYSHUNT_CNV_EXPORT int wayshunt_cnv_32_same_pair(const wayshunt_kvs_data_rw_acl_entry_32_t *a,
-                                                  const wayshunt_kvs_data_rw_acl_entry_32_t *b);
-WAYSHUNT_CNV_EXPORT uint32 wayshunt_cnv_32_pair_of(wayshunt_cnv_32_chain_index_t *ix_p, uint32 i);
+/* The group key of a node: its source pair. */
+WAYSHUNT_CNV_EXPORT void wayshunt_cnv_32_group_key(const void *node_p, wayshunt_cnv_group_key_t *key_p);
 
 #ifdef __cplusplus
 }

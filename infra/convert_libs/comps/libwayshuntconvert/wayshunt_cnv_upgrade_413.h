@@ -4,6 +4,7 @@
 #ifndef WAYSHUNT_CNV_UPGRADE_413_H
 #define WAYSHUNT_CNV_UPGRADE_413_H
 
+#include "wayshunt_cnv_chain_index.h"
 #include "wayshunt_cnv_int.h"
 
 #ifdef __cplusplus
@@ -49,25 +50,12 @@ WAYSHUNT_CNV_EXPORT void wayshunt_cnv_413_release_tgt_table(tk_hashtable_64_t *t
 
 /* ---- the fix-up of one chain through an index of its groups ---- */
 
-/* Scratch space of the indexed fix-up, grown as chains need it and kept for
- * the length of one fix-up. All zero before the first chain. */
-typedef struct wayshunt_cnv_413_chain_index_ {
-  uint32 cap;                            /* nodes the arrays below hold */
-  wayshunt_cnv_413_acl_rw_node_t **node; /* the chain, in chain order */
-  uint32 *grp_next;                      /* next node of the same group, or UINT32_MAX */
-  uint32 *grp_head;                      /* first node of the node's group */
-  uint32 *grp_tail;                      /* of a group's first node: its last node so far */
-  uint32 slots;                          /* slots allocated; a chain uses a power of two of them */
-  uint32 *slot;                          /* first node of a group, or UINT32_MAX for a free slot */
-} wayshunt_cnv_413_chain_index_t;
+/* Scratch space of the indexed fix-up: the chain index, whose groups are
+ * the entries with the same slot_num and source pair. */
+typedef wayshunt_cnv_chain_index_t wayshunt_cnv_413_chain_index_t;
 
-/* Slots of the open-addressing table for a chain of n nodes. */
-WAYSHUNT_CNV_EXPORT uint64 wayshunt_cnv_413_chain_index_slots(uint32 n);
-/* Makes room for a chain of n nodes; 0 when there is no memory. */
-WAYSHUNT_CNV_EXPORT int wayshunt_cnv_413_chain_index_reserve(wayshunt_cnv_413_chain_index_t *ix_p, uint32 n);
-/* Indexes the n nodes of the chain at head_p; returns how many it took. */
-WAYSHUNT_CNV_EXPORT uint32 wayshunt_cnv_413_chain_index_build(wayshunt_cnv_413_chain_index_t *ix_p,
-                                                              wayshunt_cnv_413_acl_rw_node_t *head_p, uint32 n);
+/* The group key of a node: its slot_num and source pair. */
+WAYSHUNT_CNV_EXPORT void wayshunt_cnv_413_group_key(const void *node_p, wayshunt_cnv_group_key_t *key_p);
 /* Resolves the chain at head_p with the same outcomes and saves, in the
  * same order, as the full scan, visiting only the entries of each group.
  * Non-zero when there was no memory for the index: then nothing was changed
