@@ -96,6 +96,11 @@ std::vector<Case> cases() {
   c.push_back({"up-32-42", "3.2(1)", "4.2(1)", 0, small_32()});
   c.push_back({"up-41-42", "4.1(3)", "4.2(1)", 0, small_41()});
   c.push_back({"up-41-42-rules", "4.1(3)", "4.2(1)", 0, rules_41(), "", {}, false});
+  // Slot 255 (fc9/1 in the table) ends the 3.2 fix-up before the entry after it.
+  c.push_back({"up-32-42-slot-255", "3.2(1)", "4.2(1)", 0,
+               {{rec::rw_key(55, 1), rec::rw_value({0xaa, ISL | V, 1, 2, 0, 0, IF_INDEX_FC(9, 1)}, 84)},
+                {rec::rw_key(55, 2), rec::rw_value({0xaa, ISL | V, 1, 2, 0, 0, kFc31}, 84)}},
+               "", {}, false});
   c.push_back({"down-42-32", "4.2(1)", "3.2(1)", 0, small_42()});
   c.push_back({"down-42-31", "4.2(1)", "3.1(1)", 0, small_42()});
   c.push_back({"down-42-32-empty-store", "4.2(1)", "3.2(1)", 0, {}});
