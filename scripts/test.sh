@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The project's test command: installs what is missing, then builds and runs
 # every test twice, plainly and under AddressSanitizer + UndefinedBehavior-
-# Sanitizer. Any sanitizer report, also from a child process, fails the run.
+# Sanitizer, then runs the fuzzing harnesses for half a minute each. Any
+# sanitizer report, also from a child process, fails the run.
 #   scripts/test.sh            both builds
 #   scripts/test.sh plain      one of them (plain | asan)
 set -euo pipefail
@@ -38,3 +39,9 @@ for v in "${variants[@]}"; do
   fi
   [ "$rc" -eq 0 ] || exit "$rc"
 done
+
+# The fuzzing harnesses, each for a bounded time, when the full run was asked.
+if [ $# -eq 0 ]; then
+  echo "== fuzz"
+  bash tests/fuzz/run.sh 30
+fi

@@ -39,28 +39,6 @@ TEST(FaultRules, WhenSelectsCalls) {
   }
 }
 
-TEST(FaultRules, ActionsGiveKindAndValue) {
-  struct Case {
-    const char *rule;
-    plat_fault_kind_t kind;
-    uint32_t value;
-  };
-  const Case cases[] = {
-      {"f", PLAT_FAULT_STATUS, 0},          {"f=0x40480003", PLAT_FAULT_STATUS, 0x40480003},
-      {"f=17", PLAT_FAULT_STATUS, 17},      {"f=ECONNREFUSED", PLAT_FAULT_STATUS, ECONNREFUSED},
-      {"f:2=ETIMEDOUT", PLAT_FAULT_STATUS, ETIMEDOUT}, {"f=null", PLAT_FAULT_NULL, 0},
-      {"f=empty", PLAT_FAULT_EMPTY, 0},
-  };
-  for (const auto &c : cases) {
-    testsupport::FaultScope scope;
-    scope.add(c.rule);
-    plat_fault_t f{PLAT_FAULT_EMPTY, 12345};
-    while (!plat_fault_hit("f", &f)) ASSERT_LT(plat_call_count("f"), 3u) << c.rule;
-    EXPECT_EQ(f.kind, c.kind) << c.rule;
-    EXPECT_EQ(f.value, c.value) << c.rule;
-  }
-}
-
 TEST(FaultRules, BadRulesAreRejectedWholeWithAReason) {
   const char *bad[] = {"f:0", "f:x", "f:3-2", "f=0", "f=EBOGUS", ":2", "f=-1", "f:1-", "ok,f=99999999999"};
   for (const char *rule : bad) {
@@ -71,18 +49,6 @@ TEST(FaultRules, BadRulesAreRejectedWholeWithAReason) {
     EXPECT_NE(std::string(plat_fault_error()), "") << rule;
     EXPECT_EQ(hits("ok", 1), ".") << rule << ": nothing of a bad text is added";
   }
-}
-
-TEST(Journal, AppendsOneLinePerRecord) {
-  testsupport::TempDir dir;
-  std::string path = dir / "journal";
-  ASSERT_EQ(plat_journal_set(path.c_str()), 0);
-  EXPECT_TRUE(plat_journal_on());
-  plat_journal("first(%d)", 1);
-  plat_journal("second");
-  ASSERT_EQ(plat_journal_set(nullptr), 0);
-  plat_journal("not written");
-  EXPECT_EQ(testsupport::read_file(path), "first(1)\nsecond\n");
 }
 
 TEST(StatusText, EveryPlatformCodeHasItsOwnText) {

@@ -20,7 +20,9 @@ export ASAN_OPTIONS="detect_leaks=1:halt_on_error=1" UBSAN_OPTIONS="print_stackt
 for h in "${harnesses[@]}"; do
   mkdir -p $b/corpus-$h
   echo "== $h for ${secs}s"
+  rc=0
   $b/bin/$h -max_total_time="$secs" -max_len=2048 -timeout=20 -print_final_stats=1 \
-    -artifact_prefix=$b/findings/$h- $b/corpus-$h tests/fuzz/corpus 2>&1 | grep -E '^(#[0-9]+ +DONE|stat::number_of_executed_units|==|SUMMARY|fuzz_convert)' || true
-  [ "${PIPESTATUS[0]}" -eq 0 ] || { echo "$h: failed; see $b/findings" >&2; exit 1; }
+    -artifact_prefix=$b/findings/$h- $b/corpus-$h tests/fuzz/corpus > $b/$h.log 2>&1 || rc=$?
+  grep -E '^(stat::number_of_executed_units|SUMMARY|fuzz_convert)' $b/$h.log || true
+  [ $rc -eq 0 ] || { tail -40 $b/$h.log >&2; echo "$h: failed; the input is in $b/findings" >&2; exit 1; }
 done

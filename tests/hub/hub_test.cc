@@ -5,7 +5,6 @@
 // Faults and the journal of hub calls are in the platform fault table.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/wait.h>
 
 #include <cerrno>
 #include <cstring>
@@ -104,19 +103,6 @@ TEST_F(Hub, AbsentOrSilentServiceFailsTheCall) {
     errno = 0;
     EXPECT_EQ(exchange(4204, "x", &len), -1) << r.what;
     EXPECT_EQ(errno, r.err) << r.what;
-  }
-}
-
-// The listener refuses what it cannot do with one line and a failure.
-TEST_F(Hub, ListenerRefusesBadUse) {
-  for (std::vector<std::string> args : {std::vector<std::string>{"--sap", "70000"}, {"--bogus"}, {"--opcode", "x"}}) {
-    args.insert(args.begin(), testsupport::bin_dir() + "/plat-hub-listener");
-    unlink((dir_ / "bad").c_str());
-    testsupport::Child child(args, dir_ / "bad");
-    int status = child.wait(10000);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) != 0) << args[1];
-    std::string err = testsupport::read_file(dir_ / "bad");
-    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
   }
 }
 

@@ -1,5 +1,5 @@
-// Opening, closing and lasting: which URLs open, atomicity across a crash,
-// growth of a store past its initial map, and one writer at a time.
+// Opening and closing: which URLs open, administration, and growth of a
+// store past its initial map.
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -71,20 +71,3 @@ TEST_F(KvsTest, StoreGrowsPastItsInitialMap) {
   EXPECT_TRUE(contents() == m);
 }
 
-// While one process holds a store open, another's kvs_open waits for it to
-// close, and then sees its changes.
-TEST_F(KvsTest, SecondProcessWaitsForTheFirstToClose) {
-  create({{"k", "old"}});
-  kvs_service_t s = open();
-  Bytes k = "k", v = "new";
-  kvs_datum_t kd = datum(k), vd = datum(v);
-  ASSERT_EQ(kvs_store(s, KVS_STORE_REPLACE, &kd, &vd), 0u);
-  std::string marker = dir_ / "opened";
-  testsupport::Child probe({testsupport::bin_dir() + "/kvs_probe", url_, marker});
-  EXPECT_EQ(probe.wait(300), -1) << "open must wait while the store is held";
-  EXPECT_FALSE(testsupport::wait_for_path(marker, 0));
-  ASSERT_EQ(kvs_close(s), 0u);
-  int status = probe.wait(10000);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  EXPECT_EQ(testsupport::read_file(marker), "new");
-}

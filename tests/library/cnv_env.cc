@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <regex>
 
 #include "devroot.h"
 #include "kvs_admin.h"
@@ -85,43 +86,10 @@ std::string take_log() {
   return text;
 }
 
-namespace {
-
-// Whether text at i holds a ctime text such as "Mon Nov 23 00:25:56 2026".
-bool time_at(const std::string &t, size_t i) {
-  static const char shape[] = "Aaa Aaa _9 99:99:99 9999";
-  if (i + sizeof shape - 1 > t.size()) return false;
-  for (size_t k = 0; shape[k]; k++) {
-    unsigned char c = t[i + k];
-    bool ok = shape[k] == 'A' ? std::isupper(c) : shape[k] == 'a' ? std::islower(c)
-            : shape[k] == '9' ? std::isdigit(c) : shape[k] == '_' ? (c == ' ' || std::isdigit(c)) : c == shape[k];
-    if (!ok) return false;
-  }
-  return true;
-}
-
-}  // namespace
-
 std::string normalized(const std::string &log) {
-  std::string out;
-  for (size_t i = 0; i < log.size();) {
-    if (log.compare(i, 3, "():") == 0) {
-      size_t j = i + 3;
-      while (j < log.size() && std::isdigit(static_cast<unsigned char>(log[j]))) j++;
-      if (j > i + 3 && j < log.size() && log[j] == ' ') {
-        out += "():N ";
-        i = j + 1;
-        continue;
-      }
-    }
-    if (time_at(log, i)) {
-      out += "<time>";
-      i += 24;
-      continue;
-    }
-    out += log[i++];
-  }
-  return out;
+  static const std::regex line("\\(\\):[0-9]+ "),
+      time("[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} [0-9]{4}");
+  return std::regex_replace(std::regex_replace(log, line, "():N "), time, "<time>");
 }
 
 void expect_golden(const std::string &name, const std::string &text, bool head_only) {

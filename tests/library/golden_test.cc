@@ -51,6 +51,18 @@ Records small_41() {  // a group with both bits twice, a failing slot, an ELS en
           {rec::ft_key(false, 0x12, 0xbb, 3), Bytes(4, '\0')},
           {Bytes{58, 0, 1}, rec::els_value(0xbb, 0x44, kFc31, 0x11)}};
 }
+Records rules_41() {  // each flag rule alone, and groups told apart by src_did alone
+  constexpr uint32_t BUSY = WAYSHUNT_ACL_FLAG_PGM_BUSY, FO = WAYSHUNT_ACL_FLAG_FO, DROP = WAYSHUNT_ACL_FLAG_DROP_ALL;
+  return {{rec::rw_key(55, 1), rec::rw_value({0xdd, V | PEND | BUSY | FO | VW, 1, 2, 0, 0, kFc31})},
+          {rec::rw_key(56, 2), rec::rw_value({0xdd, V | PEND | BUSY, 1, 2, 0, 0, kFc31})},
+          {rec::rw_key(57, 3), rec::rw_value({0xdd, BUSY | FO, 1, 2, 0, 0, kFc31})},
+          {rec::rw_key(55, 4), rec::rw_value({0xdd, FO | VW, 1, 2, 0, 0, kFc31})},
+          {rec::rw_key(55, 5), rec::rw_value({0xdd, DROP, 1, 2, 1, 0, kFc31})},
+          {rec::rw_key(55, 6), rec::rw_value({0xdd, DROP, 1, 2, 0, 1, kFc31})},
+          {rec::rw_key(55, 7), rec::rw_value({0xee, ISL | P | V, 1, 2, 0, 0, kFc31})},
+          {rec::rw_key(55, 8), rec::rw_value({0xee, ISL | P, 1, 3, 0, 0, kFc31})},
+          {rec::rw_key(55, 9), rec::rw_value({0xee, ISL | P | V, 1, 3, 0, 0, kFc31})}};
+}
 Records small_42() {  // a wide flow-thru key, a line card record, an RW entry
   return {{rec::ft_key(true, 0x13, 0xcc, 2, 5), Bytes(4, '\0')},
           {Bytes{63, 1}, Bytes("lc")},
@@ -83,6 +95,12 @@ std::vector<Case> cases() {
   // Small stores, whole logs.
   c.push_back({"up-32-42", "3.2(1)", "4.2(1)", 0, small_32()});
   c.push_back({"up-41-42", "4.1(3)", "4.2(1)", 0, small_41()});
+  c.push_back({"up-41-42-rules", "4.1(3)", "4.2(1)", 0, rules_41(), "", {}, false});
+  // Slot 255 (fc9/1 in the table) ends the 3.2 fix-up before the entry after it.
+  c.push_back({"up-32-42-slot-255", "3.2(1)", "4.2(1)", 0,
+               {{rec::rw_key(55, 1), rec::rw_value({0xaa, ISL | V, 1, 2, 0, 0, IF_INDEX_FC(9, 1)}, 84)},
+                {rec::rw_key(55, 2), rec::rw_value({0xaa, ISL | V, 1, 2, 0, 0, kFc31}, 84)}},
+               "", {}, false});
   c.push_back({"down-42-32", "4.2(1)", "3.2(1)", 0, small_42()});
   c.push_back({"down-42-31", "4.2(1)", "3.1(1)", 0, small_42()});
   c.push_back({"down-42-32-empty-store", "4.2(1)", "3.2(1)", 0, {}});

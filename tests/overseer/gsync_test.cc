@@ -70,21 +70,6 @@ TEST_F(GsyncTest, CopyLandsWholeAtTheMappedPath) {
   }
 }
 
-TEST_F(GsyncTest, ExistingFileIsReplacedOnlyWhenAsked) {
-  struct Row {
-    int replace;
-    retcode_t rc;
-    const char *after;
-  } rows[] = {{0, OVERSEER_ERR_IO, "old"}, {1, PLAT_OK, "source bytes"}};
-  for (const auto &r : rows) {
-    fs::create_directories(root_ + "/mnt");
-    testsupport::write_file(root_ + "/mnt/x", "old");
-    EXPECT_EQ(gsync(src_.c_str(), "/mnt/x", r.replace), r.rc) << "replace=" << r.replace;
-    EXPECT_EQ(testsupport::read_file(root_ + "/mnt/x"), r.after) << "replace=" << r.replace;
-    EXPECT_EQ(files(root_), std::set<std::string>{"mnt/x"}) << "replace=" << r.replace;
-  }
-}
-
 TEST_F(GsyncTest, FailuresLeaveNothingBehind) {
   std::string outside = base_ / "outside";
   fs::create_directory(outside);

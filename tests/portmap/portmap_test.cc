@@ -108,25 +108,4 @@ TEST(Portmap, BadTableFailsEveryLookupAndSaysWhereOnce) {
   }
 }
 
-TEST(Portmap, ReloadsWhenTheVariableChanges) {
-  TempDir dir;
-  testsupport::write_file(dir / "a", "fc1/1 5\n");
-  testsupport::write_file(dir / "b", "fc1/1 6\n");
-  struct Step {
-    const char *table;  // null: unset
-    int slot;
-  } steps[] = {{"a", 5}, {"b", 6}, {nullptr, 1}, {"a", 5}, {"", 1}};
-  for (const auto &s : steps) {
-    std::string path = s.table && *s.table ? dir / s.table : "";
-    ScopedEnv table("PLAT_PORTMAP_TABLE", s.table ? path.c_str() : nullptr);
-    expect_lookups({{IF_INDEX_FC(1, 1), 0, s.slot}});
-  }
-  ScopedEnv table("PLAT_PORTMAP_TABLE", (dir / "a").c_str());
-  expect_lookups({{IF_INDEX_FC(1, 1), 0, 5}});
-  testsupport::write_file(dir / "a", "fc1/1 8\n");
-  expect_lookups({{IF_INDEX_FC(1, 1), 0, 5}});  // cached: the file is not read per call
-  EXPECT_EQ(portmap_table_reload(), 0);
-  expect_lookups({{IF_INDEX_FC(1, 1), 0, 8}});
-}
-
 }  // namespace
