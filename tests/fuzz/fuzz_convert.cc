@@ -9,9 +9,11 @@
 // type selector, key size selector, value size selector, bytes.
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <string_view>
@@ -158,9 +160,11 @@ void fail(const char *what, const Bytes &key) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  char tmpl[] = "/tmp/fuzzcnv.XXXXXX";
-  if (!mkdtemp(tmpl)) abort();
+  // In memory where it can be: every store is made and synced anew.
+  std::string tmpl = access("/dev/shm", W_OK) == 0 ? "/dev/shm/fuzzcnv.XXXXXX" : "/tmp/fuzzcnv.XXXXXX";
+  if (!mkdtemp(tmpl.data())) abort();
   g_dir = tmpl;
+  atexit([] { std::filesystem::remove_all(g_dir); });
   g_url = "nonvolatile:" + g_dir + "/wayshunt_runtime_ha";
   g_table = g_dir + "/portmap";
   std::string boot = g_dir + "/bootflash";
@@ -172,6 +176,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     abort();
   }
   setenv("PLAT_KVS_GUARD", "1", 1);
+  setenv("PLAT_KVS_MAP_SIZE", "1048576", 1);  // small stores: a small map is quicker to make
   setenv("PLAT_PORTMAP_TABLE", g_table.c_str(), 1);
   return 0;
 }

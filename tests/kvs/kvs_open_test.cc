@@ -52,36 +52,6 @@ TEST_F(KvsTest, AdministrationCreatesOnceAndRemovesClosedStoresOnly) {
   EXPECT_EQ(st, KVS_ERR_NO_STORE);
 }
 
-// A process that dies in the middle of its changes leaves the store exactly
-// as it was before it opened it; the next opener finds it whole and usable.
-TEST_F(KvsTest, KilledWriterLeavesStoreAsItWas) {
-  Model m;
-  for (int i = 0; i < 3000; i++) m["key" + std::to_string(i)] = std::string(50, 'a' + i % 26);
-  create(m);
-  pid_t pid = fork();
-  if (pid == 0) {
-    retcode_t st;
-    kvs_service_t s = kvs_open(url_.c_str(), &st);
-    int n = 0;
-    for (auto k = kvs_move2location(s, KVS_LOC_FIRST, &st); k; n++) {
-      if (n == 2000) raise(SIGKILL);  // in the middle of the transaction
-      if (n % 2) {
-        kvs_delete(s, k);
-        k = kvs_getkey(s, &st);
-      } else {
-        kvs_datum_t v{const_cast<char *>("changed"), 7};
-        kvs_store(s, KVS_STORE_REPLACE, k, &v);
-        k = kvs_move2location(s, KVS_LOC_NEXT, &st);
-      }
-    }
-    _exit(3);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(pid, &status, 0), pid);
-  ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "child must die mid-transaction";
-  EXPECT_TRUE(contents() == m);
-}
-
 TEST_F(KvsTest, StoreGrowsPastItsInitialMap) {
   testsupport::ScopedEnv small("PLAT_KVS_MAP_SIZE", "65536");
   create();

@@ -124,14 +124,4 @@ TEST_F(GsyncTest, FailuresLeaveNothingBehind) {
   }
 }
 
-TEST_F(GsyncTest, CallIsJournalled) {
-  std::string journal = work_ / "journal";
-  ASSERT_EQ(plat_journal_set(journal.c_str()), 0);
-  gsync(src_.c_str(), "/../x");
-  plat_journal_set(nullptr);
-  std::string want = "overseercmn_file_gsync(q=" + std::to_string(q_) + ", timeout_s=30, uuid=419, src=\"" + src_ +
-                     "\", dst=\"/../x\", replace=1, 0, 0, 0, 0) = 0x40600003";
-  EXPECT_NE(testsupport::read_file(journal).find(want), std::string::npos) << testsupport::read_file(journal);
-}
-
 }  // namespace

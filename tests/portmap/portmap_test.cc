@@ -129,27 +129,4 @@ TEST(Portmap, ReloadsWhenTheVariableChanges) {
   expect_lookups({{IF_INDEX_FC(1, 1), 0, 8}});
 }
 
-TEST(Portmap, FaultsAndJournal) {
-  ScopedEnv no_table("PLAT_PORTMAP_TABLE", nullptr);
-  struct Case {
-    const char *rule;
-    retcode_t second;  // status of the second of three lookups
-  } cases[] = {{"portmap_get_slot:2", PLAT_ERR_INJECTED}, {"portmap_get_slot:2=0x40500004", PORTMAP_ERR_DOWN},
-               {"portmap_get_slot:2=null", PLAT_ERR_INJECTED}};
-  for (const auto &c : cases) {
-    SCOPED_TRACE(c.rule);
-    FaultScope faults;
-    faults.add(c.rule);
-    expect_lookups({{0x010020b0, 0, 3}, {0x010020b0, c.second, 0}, {0x010020b0, 0, 3}});
-  }
-  TempDir dir;
-  ASSERT_EQ(plat_journal_set((dir / "journal").c_str()), 0);
-  slot_num_t slot;
-  portmap_get_slot(0x010020b0, &slot);
-  portmap_get_slot(0x04000004, &slot);
-  plat_journal_set(nullptr);
-  EXPECT_EQ(testsupport::read_file(dir / "journal"),
-            "portmap_get_slot(0x010020b0) = 0 slot 3\nportmap_get_slot(0x04000004) = 0x40500001\n");
-}
-
 }  // namespace

@@ -56,22 +56,4 @@ TEST(Reldesc, BufferIsPerThread) {
   EXPECT_EQ(theirs, "2.2");
 }
 
-TEST(Reldesc, FaultsAndJournal) {
-  TempDir dir;
-  testsupport::write_file(dir / "rel", "SW_VERSION=4.2(1a)\n");
-  for (const char *rule : {"reldesc_sw_ver_file_get:2", "reldesc_sw_ver_file_get:2=null"}) {
-    FaultScope faults;
-    faults.add(rule);
-    EXPECT_NE(reldesc_sw_ver_file_get((dir / "rel").c_str()), nullptr);
-    EXPECT_EQ(reldesc_sw_ver_file_get((dir / "rel").c_str()), nullptr);
-    EXPECT_NE(reldesc_sw_ver_file_get((dir / "rel").c_str()), nullptr);
-  }
-  ASSERT_EQ(plat_journal_set((dir / "journal").c_str()), 0);
-  reldesc_sw_ver_file_get((dir / "rel").c_str());
-  reldesc_sw_ver_file_get((dir / "none").c_str());
-  plat_journal_set(nullptr);
-  EXPECT_EQ(testsupport::read_file(dir / "journal"), "reldesc_sw_ver_file_get(" + (dir / "rel") + ") = 4.2(1a)\n" +
-                                                         "reldesc_sw_ver_file_get(" + (dir / "none") + ") = null\n");
-}
-
 }  // namespace

@@ -61,38 +61,6 @@ TEST(Queue, FollowsFifoModelWithLimitAndCounters) {
   }
 }
 
-// Each case runs init (limit 2), enqueue 1, enqueue 2, dequeue, destroy under one rule.
-TEST(Queue, InjectedFaultsChangeNothing) {
-  struct Case {
-    const char *rule;
-    tk_err_t rc[5];
-    uint32 len_after_dequeue;
-  } cases[] = {
-      {"tk_cq_init", {INJ, TK_OK, TK_OK, TK_OK, TK_ERR_NOT_EMPTY}, 1},  // a zeroed queue has no limit
-      {"tk_cq_enqueue_tail:2", {TK_OK, TK_OK, INJ, TK_OK, TK_OK}, 0},
-      {"tk_cq_dequeue_head=0x4048000a", {TK_OK, TK_OK, TK_OK, 0x4048000a, TK_ERR_NOT_EMPTY}, 2},
-      {"tk_cq_destroy", {TK_OK, TK_OK, TK_OK, TK_OK, INJ}, 1},
-  };
-  for (const auto &c : cases) {
-    SCOPED_TRACE(c.rule);
-    FaultScope faults;
-    faults.add(c.rule);
-    tk_cqueue_t q;
-    memset(&q, 0xa5, sizeof q);
-    const void *data = nullptr;
-    EXPECT_EQ(tk_cq_init(&q, 2), c.rc[0]);
-    EXPECT_EQ(tk_cq_enqueue_tail(&q, ptr(1), 0), c.rc[1]);
-    EXPECT_EQ(tk_cq_enqueue_tail(&q, ptr(2), 0), c.rc[2]);
-    EXPECT_EQ(tk_cq_dequeue_head(&q, &data, nullptr), c.rc[3]);
-    EXPECT_EQ(data, c.rc[3] == TK_OK ? ptr(1) : nullptr);
-    EXPECT_EQ(q.len, c.len_after_dequeue);
-    EXPECT_EQ(tk_cq_destroy(&q), c.rc[4]);
-    EXPECT_EQ(q.len, c.rc[4] == INJ ? c.len_after_dequeue : 0);
-    plat_fault_reset();
-    tk_cq_destroy(&q);
-  }
-}
-
 // 20:00:00:25:b5:xx:yy:zz read as a little-endian number: the low five bytes
 // are the same for every key.
 uint64 wwn_key(std::mt19937_64 &rng) { return 0x000000b525000020ull | ((rng() & 0xffffffull) << 40); }
@@ -175,61 +143,6 @@ TEST(Table, WalkToleratesFreedDataAndRejectsUnknownKeys) {
   EXPECT_EQ(rc, TK_HASHTABLE_END);
   EXPECT_EQ(visited, 500u);
   EXPECT_EQ(tk_hashtable_64_destroy(&ht), TK_OK);
-}
-
-// Each case runs init, insert 1, insert 2, find 2, get_first, destroy under
-// one rule; a table that failed init, or was destroyed, rejects every call.
-TEST(Table, BadArgumentsAndFaultsChangeNothing) {
-  constexpr tk_err_t INV = TK_ERR_INVALID, NF = TK_ERR_NOT_FOUND;
-  auto *mod = tk_hashtable_64_modulo_size_hash_fn;
-  struct Case {
-    uint32 size;
-    tk_hashtable_64_hash_fn_t hash;
-    const char *rule;
-    tk_err_t rc[6];
-  } cases[] = {
-      {0, mod, "", {INV, INV, INV, INV, INV, INV}},
-      {4, nullptr, "", {INV, INV, INV, INV, INV, INV}},
-      {4, mod, "tk_hashtable_64_init", {INJ, INV, INV, INV, INV, INV}},
-      {4, mod, "tk_hashtable_64_insert:2", {0, 0, INJ, NF, 0, 0}},
-      {4, mod, "tk_hashtable_64_insert:2=0x77", {0, 0, 0x77, NF, 0, 0}},
-      {4, mod, "tk_hashtable_64_find=null", {0, 0, 0, INJ, 0, 0}},
-      {4, mod, "tk_hashtable_64_get_first", {0, 0, 0, 0, INJ, 0}},
-      {4, mod, "tk_hashtable_64_destroy", {0, 0, 0, 0, 0, INJ}},
-  };
-  for (const auto &c : cases) {
-    SCOPED_TRACE(c.rule);
-    FaultScope faults;
-    if (*c.rule) faults.add(c.rule);
-    tk_hashtable_64_t ht;
-    memset(&ht, 0xa5, sizeof ht);
-    void *data = nullptr;
-    uint64 key;
-    EXPECT_EQ(tk_hashtable_64_init(&ht, c.size, c.hash), c.rc[0]);
-    EXPECT_EQ(tk_hashtable_64_insert(&ht, 1, ptr(1)), c.rc[1]);
-    EXPECT_EQ(tk_hashtable_64_insert(&ht, 2, ptr(2)), c.rc[2]);
-    EXPECT_EQ(tk_hashtable_64_find(&ht, 2, &data), c.rc[3]);
-    EXPECT_EQ(tk_hashtable_64_get_first(&ht, &key, &data), c.rc[4]);
-    EXPECT_EQ(tk_hashtable_64_destroy(&ht), c.rc[5]);
-    plat_fault_reset();
-    if (c.rc[5] == INJ) {
-      EXPECT_EQ(walk(&ht).size(), 2u);  // still whole
-      EXPECT_EQ(tk_hashtable_64_destroy(&ht), TK_OK);
-    }
-    EXPECT_EQ(tk_hashtable_64_find(&ht, 1, &data), INV);
-    EXPECT_EQ(tk_hashtable_64_destroy(&ht), INV);
-  }
-  tk_hashtable_64_t ht;
-  tk_cqueue_t q;
-  ASSERT_EQ(tk_hashtable_64_init(&ht, 4, mod), TK_OK);
-  EXPECT_EQ(tk_hashtable_64_find(&ht, 1, nullptr), INV);
-  EXPECT_EQ(tk_hashtable_64_get_first(&ht, nullptr, nullptr), INV);
-  EXPECT_EQ(tk_hashtable_64_traverse(&ht, 1, nullptr, nullptr), INV);
-  EXPECT_EQ(tk_hashtable_64_destroy(&ht), TK_OK);
-  EXPECT_EQ(tk_cq_init(nullptr, 0), INV);
-  ASSERT_EQ(tk_cq_init(&q, 0), TK_OK);
-  EXPECT_EQ(tk_cq_dequeue_head(&q, nullptr, nullptr), INV);
-  EXPECT_EQ(tk_cq_enqueue_tail(nullptr, ptr(1), 0), INV);
 }
 
 }  // namespace

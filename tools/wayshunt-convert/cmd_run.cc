@@ -11,8 +11,10 @@
 
 #include "commands.h"
 #include "device_image.h"
+#include "fault_option.h"
 #include "store_compare.h"
 #include "store_io.h"
+#include "store_profile.h"
 #include "tool_error.h"
 
 namespace wsc {
@@ -24,6 +26,7 @@ namespace {
 struct RunOptions {
   std::string from, to, image, step = "all", library;
   bool trace = false, dry_run = false;
+  std::vector<std::string> faults;
 };
 
 std::vector<Step> steps_of(const std::string &step) {
@@ -102,9 +105,18 @@ void print_dry_run_changes(const DeviceImage &img, const DeviceImage &work, cons
   std::cout << "dry run: " << img.dir << " was not changed\n";
 }
 
+// After a rehearsed failure: what the store holds now.
+void print_store_after(const DeviceImage &work) {
+  StoreRef store = resolve_store(work.store_file());
+  StoreProfile p = profile_store(read_store(store));
+  std::cout << "runtime store after the move: " << p.records << " records, era " << era_verdict(p) << "; look with "
+            << "'wayshunt-convert info " << work.mnt_kvs() << "' or 'dump'\n";
+}
+
 void run_move(const RunOptions &o) {
   check_version("--from", o.from);
   check_version("--to", o.to);
+  check_fault_rules(o.faults);
   DeviceImage img = image_at(o.image, true);
   std::string library = o.library.empty() ? find_library(o.trace) : fs::absolute(o.library).string();
 
@@ -122,8 +134,12 @@ void run_move(const RunOptions &o) {
     ConversionLibrary lib(library);
     std::cout << "move " << o.from << " -> " << o.to << " on " << img.dir << (o.dry_run ? " (dry run on a copy)" : "")
               << ", library " << library << "\n";
+    // Fault rules count the library's calls only; none is set on a plain run.
+    if (o.dry_run || !o.faults.empty()) arm_faults(o.faults);
     ok = run_steps(lib, work, steps_of(o.step), o.from, o.to, std::cout);
+    if (o.dry_run || !o.faults.empty()) disarm_faults();
   }
+  if (!o.faults.empty()) print_store_after(work);
   if (o.dry_run) print_dry_run_changes(img, work, *temp, standby_before);
   std::cout.flush();
   if (!ok) throw CLI::RuntimeError(kExitFound);
@@ -145,6 +161,8 @@ void add_run_command(CLI::App &app) {
   CLI::Option *lib = cmd->add_option("--library", o->library, "Load this libconvertwayshunt.so instead of the one beside the tool");
   trace->excludes(lib);
   cmd->add_flag("--dry-run", o->dry_run, "Convert a copy of the image and print what changed; the image stays as it is");
+  cmd->add_option("--fault", o->faults, "Make a platform call fail, e.g. kvs_store:3 (rules below); repeatable")
+      ->allow_extra_args(false);
   cmd->footer(
       "Device image layout (only mnt/kvs/wayshunt_runtime_ha.mdb must exist; missing folders are created):\n"
       "  bootflash/   shown at /bootflash: the conversion log wayshunt_cnv.log\n"
@@ -160,11 +178,13 @@ void add_run_command(CLI::App &app) {
       "image first, or the request fails (logged) and the files are copied all the same.\n"
       "--dry-run copies the image to $TMPDIR, runs there (hub folder included, so no service is reached),\n"
       "prints the 'diff' of the runtime store and the standby's changed files, and removes the copy.\n"
-      "Exit status: 0 every status was 0; 1 a conversion returned non-zero; 2 bad arguments or setup.\n\n"
+      "Exit status: 0 every status was 0; 1 a conversion returned non-zero; 2 bad arguments or setup.\n\n" +
+      std::string(kFaultHelp) + "\n"
       "Example:\n"
       "  wayshunt-convert run --from 3.2(1) --to 4.2(1) --image /tmp/img\n"
       "  wayshunt-convert run --from 4.2(1) --to 3.1(1) --image /tmp/img --step startup --trace\n"
-      "  wayshunt-convert run --from 4.2(1) --to 3.2(1) --image /tmp/img --dry-run");
+      "  wayshunt-convert run --from 4.2(1) --to 3.2(1) --image /tmp/img --dry-run\n"
+      "  wayshunt-convert run --from 4.2(1) --to 4.1(3) --image /tmp/img --fault kvs_store:3");
   cmd->callback([o] { run_move(*o); });
 }
 

@@ -1,5 +1,6 @@
 // Downgrade to 3.2: the runtime line card records (key type 63) leave the
 // store; nothing else is touched and no value is read.
+#include <stdlib.h>
 #include <string.h>
 
 #include "wayshunt_cnv_log.h"
@@ -34,12 +35,14 @@ extern "C" int32 wayshunt_cnv_config_downgrade_to_3_2(const char *kvs_url) {
       continue;
     }
     unsigned int siz = pkey->siz;
-    const void *saved = siz <= sizeof copy ? memcpy(copy, key, siz) : NULL;
+    void *heap_p;
+    const void *saved = wayshunt_cnv_keep_key(pkey, copy, sizeof copy, &heap_p);
     rcode = kvs_delete(service, pkey);
     WAYSHUNT_CNV_TRACE("%s():%d removed WAYSHUNT_KVS_KEY_RUNTIME_LC_INFO\n");
     // The cursor already stands on the next key, unless the delete failed
     // and left it on this one: then the walk moves past it.
     pkey = wayshunt_cnv_key_after_delete(service, saved, siz, rcode, &rcode);
+    free(heap_p);
   }
   rcode = kvs_close(service);
   if (rcode == 0) {

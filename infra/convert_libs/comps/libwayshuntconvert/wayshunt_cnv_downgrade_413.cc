@@ -80,6 +80,7 @@ extern "C" retcode_t wayshunt_cnv_config_downgrade_to_413_or_lower(const char *k
     free((void *)entry_413_p);
     rc = tk_cq_dequeue_head(&flow_thru_entry_q, &entry_413_p, &cookie);
   }
+  wayshunt_cnv_free_queued_keys(&flow_thru_entry_q, rc);
   rc = tk_cq_destroy(&flow_thru_entry_q);
   rc = kvs_close(service);
   if (rc == 0) return 0;

@@ -15,6 +15,9 @@ extern "C" {
 #endif
 
 #define WAYSHUNT_CNV_PRIVATE __attribute__((visibility("hidden")))
+/* A helper of one file, always inlined: every function of the library that
+ * stands by itself is exported (only wayshunt_cnv_uri_complete is not). */
+#define WAYSHUNT_CNV_INLINE static inline __attribute__((always_inline))
 
 /* ---- log ---- */
 extern WAYSHUNT_CNV_PRIVATE FILE *err_fp;
@@ -27,13 +30,27 @@ WAYSHUNT_CNV_PRIVATE char *wayshunt_cnv_uri_complete(char *path, char *kvs_name)
 
 /* ---- store helpers ---- */
 WAYSHUNT_CNV_EXPORT void *wayshunt_cnv_malloc(uint32 size);
-/* Keys up to this size are copied before a delete (see wayshunt_cnv_walk.cc). */
-#define WAYSHUNT_CNV_KEY_COPY 512
+/* Keys up to this size are copied on the stack before a delete, longer ones
+ * into a block of their own (wayshunt_cnv_keep_key). */
+#define WAYSHUNT_CNV_KEY_COPY 64
+WAYSHUNT_CNV_EXPORT const void *wayshunt_cnv_keep_key(const kvs_datum_t *pkey, void *buf, uint32 buf_siz,
+                                                      void **heap_p);
 WAYSHUNT_CNV_EXPORT const kvs_datum_t *wayshunt_cnv_key_after_delete(kvs_service_t service, const void *deleted,
                                                                      unsigned int deleted_siz, retcode_t del_rc,
                                                                      retcode_t *rcode);
 /* A Fibre Channel address read big-endian, as printed with "0x%06x". */
 WAYSHUNT_CNV_EXPORT uint32 wayshunt_cnv_fcid_value(fcid_t fcid);
+
+/* Frees the keys left in q when a dequeue failed with status rc. */
+WAYSHUNT_CNV_EXPORT void wayshunt_cnv_free_queued_keys(tk_cqueue_t *q, tk_err_t rc);
+
+/* ---- the chains of a target table (wayshunt_cnv_tgt_chains.cc) ---- */
+/* Puts node_p (either era's node, nxt_p first) into the chain of tgt_pwwn;
+ * func names the step in the traces. */
+WAYSHUNT_CNV_EXPORT void wayshunt_cnv_tgt_chain_insert(tk_hashtable_64_t *ht, uint64 tgt_pwwn, void *node_p,
+                                                       const char *func);
+/* Frees every chain of ht, the table itself staying for its destroy. */
+WAYSHUNT_CNV_EXPORT void wayshunt_cnv_release_tgt_chains(tk_hashtable_64_t *ht);
 
 /* ---- downgrade to 4.1.3 or lower ---- */
 WAYSHUNT_CNV_EXPORT wayshunt_bool_t wayshunt_cnv_queue_narrowed_key(const kvs_datum_t *pkey, tk_cqueue_t *q);

@@ -16,6 +16,12 @@
     if (debug) wayshunt_cnv_log_write(format, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
   } while (0)
 
+/* A trace on behalf of the step named func. */
+#define WAYSHUNT_CNV_TRACE_AS(func, format, ...)                                      \
+  do {                                                                                \
+    if (debug) wayshunt_cnv_log_write(format, func, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
+  } while (0)
+
 #define WAYSHUNT_CNV_ERROR(format, ...) wayshunt_cnv_log_write(format, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 
 /* The eight bytes of a worldwide name, for "%02x:...:%02x" (8 times). */
@@ -26,8 +32,9 @@
 /* The printed forms of records, as debug traces of the function they stand
  * in. e points at a wayshunt_kvs_data_rw_acl_entry_t (or the 3.2 form),
  * a wayshunt_kvs_data_els_acl_entry_t, or a target table node. */
-#define WAYSHUNT_CNV_TRACE_RW_ENTRY(e)                                                                             \
-  WAYSHUNT_CNV_TRACE("%s():%d tgt_pwwn = " WAYSHUNT_CNV_WWN_FMT ", acl_flags = 0x%08x, src_sid_wwn = " WAYSHUNT_CNV_WWN_FMT \
+#define WAYSHUNT_CNV_TRACE_RW_ENTRY(e) WAYSHUNT_CNV_TRACE_RW_ENTRY_AS(__func__, e)
+#define WAYSHUNT_CNV_TRACE_RW_ENTRY_AS(func, e)                                                                    \
+  WAYSHUNT_CNV_TRACE_AS(func, "%s():%d tgt_pwwn = " WAYSHUNT_CNV_WWN_FMT ", acl_flags = 0x%08x, src_sid_wwn = " WAYSHUNT_CNV_WWN_FMT \
                      ", src_did_wwn = " WAYSHUNT_CNV_WWN_FMT ", dst_sid: " WAYSHUNT_CNV_WWN_FMT                      \
                      ", dst_did: " WAYSHUNT_CNV_WWN_FMT ", if_index = 0x%08x\n",                                    \
                      WAYSHUNT_CNV_WWN_ARGS((e)->tgt_pwwn), (e)->acl_flags, WAYSHUNT_CNV_WWN_ARGS((e)->src_sid_wwn),   \
@@ -41,7 +48,8 @@
                      wayshunt_cnv_fcid_value((e)->src_fcid), wayshunt_cnv_fcid_value((e)->dst_fcid), (e)->if_index,    \
                      (e)->flags, (e)->slot_num)
 
-#define WAYSHUNT_CNV_TRACE_KEY_LINE(node_p) \
-  WAYSHUNT_CNV_TRACE("%s():%d kvs_hash_key_lower = 0x%08llx\n", (unsigned long long)(node_p)->kvs_hash_key_lower)
+#define WAYSHUNT_CNV_TRACE_KEY_LINE(node_p) WAYSHUNT_CNV_TRACE_KEY_LINE_AS(__func__, node_p)
+#define WAYSHUNT_CNV_TRACE_KEY_LINE_AS(func, node_p) \
+  WAYSHUNT_CNV_TRACE_AS(func, "%s():%d kvs_hash_key_lower = 0x%08llx\n", (unsigned long long)(node_p)->kvs_hash_key_lower)
 
 #endif

@@ -70,7 +70,8 @@ void wayshunt_cnv_upg_from_413_or_lower_process_acl_rw_entry(kvs_service_t servi
 
   // The fix-up writes an entry back under a 10-byte key built from bytes 2
   // to 9 of this one. A key of another size would not be this record's, so
-  // such an entry stays as stored above and takes no part in the fix-up.
+  // such an entry stays as stored above and takes no part in the fix-up;
+  // the build of the 3.2 pass holds to the same rule.
   if ((new_acl_rw_data.acl_flags & WAYSHUNT_ACL_FLAG_PHYSICAL) && kvs_key_p->siz == sizeof acl_key) {
     memcpy(&acl_key, kvs_key_p->ptr, sizeof acl_key);
     wayshunt_cnv413_upg_add_entry_to_tgt_hash(tgt_ht_p, &acl_key, &new_acl_rw_data);

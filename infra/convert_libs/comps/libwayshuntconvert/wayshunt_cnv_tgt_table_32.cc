@@ -1,10 +1,15 @@
-// Trunk fix-up of the upgrade from 3.2. Each target chain is taken in chain
+// Target table of the upgrade from 3.2: its build from the store (the chain
+// insertion is part of the build), the release of its nodes, and its trunk
+// fix-up. Mirrors wayshunt_cnv_tgt_table_413.cc.
+//
+// Trunk fix-up: each target chain is taken in chain
 // order; every entry without WAYSHUNT_ACL_FLAG_PHYSICAL (whatever its
 // WAYSHUNT_ACL_FLAG_VIRTUAL says) needs a physical partner in its chain: the
 // same src_sid_wwn and src_did_wwn on the same slot, the slots looked up
 // afresh from if_index. An entry without a partner turns physical, in the
 // node at once and in the store as an 84-byte record under key type 55. A
 // lookup that fails, or gives slot 255, ends the whole fix-up there.
+#include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -12,7 +17,78 @@
 #include "wayshunt_cnv_log.h"
 #include "wayshunt_cnv_upgrade_32.h"
 
+// The chains are linked and released through nxt_p (wayshunt_cnv_tgt_chains.cc).
+static_assert(offsetof(wayshunt_cnv_32_acl_rw_node_t, nxt_p) == 0);
+
 extern "C" {
+
+int32 wayshunt_cnv_upgrade_from_32_fix_trunk_entries_build_tgt_ht(kvs_service_t service, tk_hashtable_64_t *tgt_ht_p) {
+  retcode_t rcode = 0, retcode = 0;
+  const kvs_datum_t *pkey, *kvs_data_p;
+  wayshunt_kvs_key_rw_acl_entry_t acl_key;
+  wayshunt_kvs_data_rw_acl_entry_32_t acl_32;
+  wayshunt_cnv_32_acl_rw_node_t *node_p;
+
+  pkey = kvs_move2location(service, KVS_LOC_FIRST, &rcode);
+  if (rcode == KVS_ERR_NO_KEY || pkey == NULL) return 0;
+  for (;;) {
+    if (pkey->ptr == NULL || pkey->siz == 0) goto next;
+    if (((const uchar *)pkey->ptr)[0] != WAYSHUNT_KVS_KEY_ACL_RW_1) goto next;
+    kvs_data_p = kvs_getvalue(service, &retcode);
+    if (retcode != 0 || kvs_data_p == NULL || kvs_data_p->ptr == NULL || kvs_data_p->siz == 0) goto next;
+    // A value shorter than its layout cannot be read whole, and the fix-up
+    // writes an entry back under a 10-byte key built from this one's hash
+    // key bytes, so a key of any other size would not be this record's: the
+    // record takes no part in this pass and stays as stored. Both upgrade
+    // paths hold to this rule (see wayshunt_cnv_rw_repair.cc).
+    if (pkey->siz != sizeof acl_key || kvs_data_p->siz < sizeof acl_32) goto next;
+    memcpy(&acl_key, pkey->ptr, sizeof acl_key);
+    memcpy(&acl_32, kvs_data_p->ptr, sizeof acl_32);
+    if (!(acl_32.acl_flags & WAYSHUNT_ACL_FLAG_ISL)) goto next;
+    // Without memory for a node the entry takes no part in the fix-up; its
+    // record stays as stored and the walk goes on.
+    node_p = (wayshunt_cnv_32_acl_rw_node_t *)wayshunt_cnv_malloc(sizeof *node_p);
+    if (node_p == NULL) goto next;
+    node_p->kvs_hash_key_lower = acl_key.acl_hash_key_lower;
+    memcpy(&node_p->entry, &acl_32, sizeof node_p->entry);
+    WAYSHUNT_CNV_TRACE("%s():%d Inserting new node into ht:\n");
+    WAYSHUNT_CNV_TRACE_RW_ENTRY(&node_p->entry);
+    WAYSHUNT_CNV_TRACE_KEY_LINE(node_p);
+    wayshunt_cnv_tgt_chain_insert(tgt_ht_p, acl_32.tgt_pwwn.num, node_p, __func__);
+  next:
+    pkey = kvs_move2location(service, KVS_LOC_NEXT, &rcode);
+    if (rcode == KVS_ERR_NO_KEY) {
+      WAYSHUNT_CNV_TRACE("%s():%d NO KEY\n");
+      return 0;
+    }
+    if (pkey == NULL) return 0;
+  }
+}
+
+void wayshunt_cnv_32_release_tgt_table(tk_hashtable_64_t *tgt_ht_p) { wayshunt_cnv_release_tgt_chains(tgt_ht_p); }
+
+// The partner search of the trace build: the whole chain from its head,
+// every candidate traced as func, the fix-up. A WAYSHUNT_CNV_32_... outcome;
+// *rc_p holds the status of the last slot lookup.
+WAYSHUNT_CNV_INLINE int find_partner_by_scan(wayshunt_cnv_32_acl_rw_node_t *head_p,
+                                             wayshunt_cnv_32_acl_rw_node_t *virt_node_p, slot_num_t slot_num,
+                                             retcode_t *rc_p, const char *func) {
+  for (wayshunt_cnv_32_acl_rw_node_t *phy_node_p = head_p; phy_node_p != NULL; phy_node_p = phy_node_p->nxt_p) {
+    slot_num_t phy_slot_num = WAYSHUNT_SLOT_INVALID;
+    WAYSHUNT_CNV_TRACE_AS(func, "%s():%d Entry: %p\n", (void *)phy_node_p);
+    WAYSHUNT_CNV_TRACE_RW_ENTRY_AS(func, &phy_node_p->entry);
+    WAYSHUNT_CNV_TRACE_KEY_LINE_AS(func, phy_node_p);
+    if (phy_node_p == virt_node_p) continue;
+    if (!(phy_node_p->entry.acl_flags & WAYSHUNT_ACL_FLAG_PHYSICAL)) continue;
+    if (memcmp(&phy_node_p->entry.src_sid_wwn, &virt_node_p->entry.src_sid_wwn, sizeof(wwn_t)) != 0) continue;
+    if (memcmp(&phy_node_p->entry.src_did_wwn, &virt_node_p->entry.src_did_wwn, sizeof(wwn_t)) != 0) continue;
+    *rc_p = portmap_get_slot(phy_node_p->entry.if_index, &phy_slot_num);
+    if (*rc_p != 0 || phy_slot_num == WAYSHUNT_SLOT_INVALID) return WAYSHUNT_CNV_32_LOOKUP_FAILED;
+    WAYSHUNT_CNV_TRACE_AS(func, "%s():%d phy_slot_num = %u\n", phy_slot_num);
+    if (phy_slot_num == slot_num) return WAYSHUNT_CNV_32_PARTNER;
+  }
+  return WAYSHUNT_CNV_32_NO_PARTNER;
+}
 
 // With the debug gate open every candidate of the partner search is traced,
 // so the search scans the whole chain. With the gate shut it goes through an
@@ -23,8 +99,8 @@ extern "C" {
 void wayshunt_cnv_upgrade_from_32_fix_trunk_entries(kvs_service_t service, tk_hashtable_64_t *tgt_ht_p) {
   wwn_t tgt_pwwn;
   void *data_p = NULL;
-  wayshunt_cnv_32_acl_rw_node_t *head_p, *virt_node_p, *phy_node_p;
-  slot_num_t slot_num, phy_slot_num;
+  wayshunt_cnv_32_acl_rw_node_t *head_p, *virt_node_p;
+  slot_num_t slot_num;
   wayshunt_kvs_key_rw_acl_entry_t kvs_acl_32_key;
   wayshunt_kvs_data_rw_acl_entry_32_t kvs_acl_32_data;
   kvs_datum_t kvs_key, kvs_data;
@@ -76,27 +152,7 @@ void wayshunt_cnv_upgrade_from_32_fix_trunk_entries(kvs_service_t service, tk_ha
       if (indexed) {
         found = wayshunt_cnv_32_chain_index_find_partner(&ix, i, slot_num, &rc);
       } else {
-        found = WAYSHUNT_CNV_32_NO_PARTNER;
-        for (phy_node_p = head_p; phy_node_p != NULL; phy_node_p = phy_node_p->nxt_p) {
-          phy_slot_num = WAYSHUNT_SLOT_INVALID;
-          WAYSHUNT_CNV_TRACE("%s():%d Entry: %p\n", (void *)phy_node_p);
-          WAYSHUNT_CNV_TRACE_RW_ENTRY(&phy_node_p->entry);
-          WAYSHUNT_CNV_TRACE_KEY_LINE(phy_node_p);
-          if (phy_node_p == virt_node_p) continue;
-          if (!(phy_node_p->entry.acl_flags & WAYSHUNT_ACL_FLAG_PHYSICAL)) continue;
-          if (memcmp(&phy_node_p->entry.src_sid_wwn, &virt_node_p->entry.src_sid_wwn, sizeof(wwn_t)) != 0) continue;
-          if (memcmp(&phy_node_p->entry.src_did_wwn, &virt_node_p->entry.src_did_wwn, sizeof(wwn_t)) != 0) continue;
-          rc = portmap_get_slot(phy_node_p->entry.if_index, &phy_slot_num);
-          if (rc != 0 || phy_slot_num == WAYSHUNT_SLOT_INVALID) {
-            found = WAYSHUNT_CNV_32_LOOKUP_FAILED;
-            break;
-          }
-          WAYSHUNT_CNV_TRACE("%s():%d phy_slot_num = %u\n", phy_slot_num);
-          if (phy_slot_num == slot_num) {
-            found = WAYSHUNT_CNV_32_PARTNER;
-            break;
-          }
-        }
+        found = find_partner_by_scan(head_p, virt_node_p, slot_num, &rc, __func__);
       }
       if (found == WAYSHUNT_CNV_32_LOOKUP_FAILED) {
         WAYSHUNT_CNV_TRACE("%s():%d Failed to get slot num: %s 0x%x\n", retcode2str(rc), rc);

@@ -1,4 +1,6 @@
-// Target table of the upgrade from 4.1.3 or lower, and its trunk fix-up.
+// Target table of the upgrade from 4.1.3 or lower: the chain insertion (the
+// build is the walk's RW ACL repair, wayshunt_cnv_rw_repair.cc), the release
+// of its nodes, and its trunk fix-up. Mirrors wayshunt_cnv_tgt_table_32.cc.
 //
 // During the walk every repaired RW ACL entry with both
 // WAYSHUNT_ACL_FLAG_PHYSICAL and WAYSHUNT_ACL_FLAG_ISL is copied into one
@@ -6,17 +8,20 @@
 // goes right behind it). After the walk the fix-up resolves, chain by chain,
 // the entries that carry both PHYSICAL and VIRTUAL, and writes each changed
 // entry back under key type 55.
+#include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "wayshunt_cnv_log.h"
 #include "wayshunt_cnv_upgrade_413.h"
 
+// The chains are linked and released through nxt_p (wayshunt_cnv_tgt_chains.cc).
+static_assert(offsetof(wayshunt_cnv_413_acl_rw_node_t, nxt_p) == 0);
+
 extern "C" {
 
 void wayshunt_cnv413_upg_add_entry_to_tgt_hash(tk_hashtable_64_t *tgt_ht_p, wayshunt_kvs_key_rw_acl_entry_t *acl_key_p,
                                                wayshunt_kvs_data_rw_acl_entry_t *acl_p) {
-  void *prev_p = NULL;
   wayshunt_cnv_413_acl_rw_node_t *node_p;
 
   if (!(acl_p->acl_flags & WAYSHUNT_ACL_FLAG_ISL)) return;
@@ -29,21 +34,10 @@ void wayshunt_cnv413_upg_add_entry_to_tgt_hash(tk_hashtable_64_t *tgt_ht_p, ways
   WAYSHUNT_CNV_TRACE("%s():%d Inserting new node into ht:\n");
   WAYSHUNT_CNV_TRACE_RW_ENTRY(&node_p->entry);
   WAYSHUNT_CNV_TRACE_KEY_LINE(node_p);
-  if (tk_hashtable_64_find(tgt_ht_p, acl_p->tgt_pwwn.num, &prev_p) == 0) {
-    wayshunt_cnv_413_acl_rw_node_t *head_p = (wayshunt_cnv_413_acl_rw_node_t *)prev_p;
-    node_p->nxt_p = head_p->nxt_p;
-    head_p->nxt_p = node_p;
-    WAYSHUNT_CNV_TRACE("%s():%d Inserted after head\n");
-    return;
-  }
-  // A node that the table refused is in no chain, so no release walk would
-  // reach it: it is freed here, and the entry takes no part in the fix-up.
-  if (tk_hashtable_64_insert(tgt_ht_p, acl_p->tgt_pwwn.num, node_p) != 0) {
-    free(node_p);
-    return;
-  }
-  WAYSHUNT_CNV_TRACE("%s():%d Inserted new entry\n");
+  wayshunt_cnv_tgt_chain_insert(tgt_ht_p, acl_p->tgt_pwwn.num, node_p, __func__);
 }
+
+void wayshunt_cnv_413_release_tgt_table(tk_hashtable_64_t *tgt_ht_p) { wayshunt_cnv_release_tgt_chains(tgt_ht_p); }
 
 void wayshunt_cnv_upgrade_from_41_acl_rw_save_entry(kvs_service_t service, uint64 kvs_hash_key_lower,
                                                     wayshunt_kvs_data_rw_acl_entry_t *acl_p) {

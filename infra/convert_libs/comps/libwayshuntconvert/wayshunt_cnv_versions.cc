@@ -63,7 +63,7 @@ wayshunt_bool_t wayshunt_cnv_versions_resolved(void) { return versions_resolved;
 // never counts.
 extern "C" {
 
-static wayshunt_bool_t below(int32 major, int32 minor, int32 other_major, int32 other_minor) {
+WAYSHUNT_CNV_INLINE wayshunt_bool_t below(int32 major, int32 minor, int32 other_major, int32 other_minor) {
   return major < other_major || (major == other_major && minor < other_minor);
 }
 
