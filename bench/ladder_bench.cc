@@ -114,9 +114,10 @@ void write_store(const std::string &file, const wsc::Records &records) {
 }
 
 // The raw pass: every value read and written back, one transaction, with
-// the map size the store stand-in would choose.
+// the map the store stand-in gives a store of this size (map_size_for in
+// kvs_location.cc) and LMDB's default flags, as the stand-in opens it.
 void raw_pass(const std::string &file) {
-  Env e(file, 2 * fs::file_size(file) + (size_t{64} << 20));
+  Env e(file, std::max(size_t{1} << 30, 4 * fs::file_size(file) + (size_t{64} << 20)));
   MDB_cursor *c;
   if (mdb_cursor_open(e.txn, e.dbi, &c)) die("cursor");
   std::vector<uint8_t> buf;

@@ -34,10 +34,16 @@ namespace {
 using Node = tk_hashtable_64_node_t;
 
 // Open-addressing index from key to node: a power of two of slots, at most
-// half of them used.
+// half of them used. A slot holds the key beside its node, so a probe reads
+// no node but the one it finds.
+struct Slot {
+  uint64 key;
+  Node *node;  // null: the slot is free
+};
+
 struct Index {
   uint64 slots;
-  Node **slot;
+  Slot *slot;
 };
 
 struct Header {
@@ -68,10 +74,10 @@ uint64 mix(uint64 key) {
   return key;
 }
 
-Node **index_slot(const Index *ix, uint64 key) {
+Slot *index_slot(const Index *ix, uint64 key) {
   uint64 mask = ix->slots - 1;
   for (uint64 i = mix(key) & mask;; i = (i + 1) & mask)
-    if (!ix->slot[i] || ix->slot[i]->key == key) return &ix->slot[i];
+    if (!ix->slot[i].node || ix->slot[i].key == key) return &ix->slot[i];
 }
 
 void drop_index(Header *h) {
@@ -88,22 +94,22 @@ void index_add(Header *h, Node *n) {
   if (!ix) return;
   if (2 * (h->count + 1) > ix->slots) {
     uint64 slots = ix->slots * 2;
-    auto **fresh = static_cast<Node **>(std::calloc(slots, sizeof(Node *)));
+    auto *fresh = static_cast<Slot *>(std::calloc(slots, sizeof(Slot)));
     if (!fresh) return drop_index(h);
     Index bigger{slots, fresh};
     for (uint64 i = 0; i < ix->slots; i++)
-      if (ix->slot[i]) *index_slot(&bigger, ix->slot[i]->key) = ix->slot[i];
+      if (ix->slot[i].node) *index_slot(&bigger, ix->slot[i].key) = ix->slot[i];
     std::free(ix->slot);
     *ix = bigger;
   }
-  *index_slot(ix, n->key) = n;
+  *index_slot(ix, n->key) = Slot{n->key, n};
 }
 
 Index *new_index() {
   auto *ix = static_cast<Index *>(std::malloc(sizeof(Index)));
   if (!ix) return nullptr;
   ix->slots = 64;
-  ix->slot = static_cast<Node **>(std::calloc(ix->slots, sizeof(Node *)));
+  ix->slot = static_cast<Slot *>(std::calloc(ix->slots, sizeof(Slot)));
   if (!ix->slot) {
     std::free(ix);
     return nullptr;
@@ -121,7 +127,7 @@ bool valid(const tk_hashtable_64_t *ht) {
 uint32 bucket_of(tk_hashtable_64_t *ht, uint64 key) { return ht->hash_fn(ht, key) % ht->size; }
 
 Node *find_node(tk_hashtable_64_t *ht, uint64 key) {
-  if (const Index *ix = header(ht)->index) return *index_slot(ix, key);
+  if (const Index *ix = header(ht)->index) return index_slot(ix, key)->node;
   for (Node *n = ht->hash_array[bucket_of(ht, key)]; n; n = n->p_next)
     if (n->key == key) return n;
   return nullptr;

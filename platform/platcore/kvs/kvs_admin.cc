@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 
+#include "kvs_env_keep.h"
 #include "kvs_handle.h"
 #include "kvs_location.h"
 #include "kvs_registry.h"
@@ -57,6 +58,7 @@ extern "C" retcode_t kvs_remove(const char *url) {
   std::string file;
   retcode_t st = kvs::store_file(url, file);
   if (st == 0 && kvs::is_open(file)) st = KVS_ERR_BUSY;
+  if (st == 0) kvs::drop_kept_env(file);
   if (st == 0 && unlink(file.c_str()) != 0) st = errno == ENOENT ? KVS_ERR_NO_STORE : KVS_ERR_IO;
   if (st == 0) unlink(kvs::lock_file(file).c_str());  // may never have been made
   plat_journal("kvs_remove(%s) = 0x%x", url ? url : "(null)", st);

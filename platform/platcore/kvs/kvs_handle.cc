@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "kvs_admin.h"
+#include "kvs_env_keep.h"
 #include "kvs_location.h"
 #include "status.h"
 
@@ -63,15 +64,29 @@ retcode_t Handle::open(const std::string &file, Handle **out) {
   if (guard_wanted()) h->guard_ = std::make_unique<GuardedCopies>();
   h->key_buf_.reserve(512);
   h->val_buf_.reserve(256);
-  int rc = mdb_env_create(&h->env_);
-  if (rc) return status_of(rc);
   h->map_size_ = map_size_for(static_cast<size_t>(st.st_size));
-  if ((rc = mdb_env_set_mapsize(h->env_, h->map_size_)) ||
-      (rc = mdb_env_open(h->env_, file.c_str(), MDB_NOSUBDIR, 0644)) || (rc = h->begin()) ||
-      (rc = h->start_bound()))
-    return status_of(rc);
+  int rc = (h->env_ = take_kept_env(file, st, &h->lock_)) ? h->resize_kept() : h->open_env();
+  if (rc || (rc = h->begin()) || (rc = h->start_bound())) return status_of(rc);
   *out = h.release();
   return 0;
+}
+
+// A fresh environment on file_ with the map chosen for it.
+int Handle::open_env() {
+  int rc = mdb_env_create(&env_);
+  if (rc) return env_ = nullptr, rc;
+  if ((rc = mdb_env_set_mapsize(env_, map_size_)) || (rc = mdb_env_open(env_, file_.c_str(), MDB_NOSUBDIR, 0644)))
+    return rc;
+  // The lock file it opened, for the check before the environment is used again.
+  return stat(lock_file(file_).c_str(), &lock_) == 0 ? 0 : errno;
+}
+
+// A kept environment gets the map a fresh one would have had.
+int Handle::resize_kept() {
+  MDB_envinfo info;
+  int rc = mdb_env_info(env_, &info);
+  if (rc == 0 && info.me_mapsize != map_size_) rc = mdb_env_set_mapsize(env_, map_size_);
+  return rc;
 }
 
 Handle::~Handle() {
@@ -142,7 +157,12 @@ retcode_t Handle::close() {
     if (rc != MDB_MAP_FULL || !log_.on()) break;
     if ((rc = grow_and_replay())) break;
   }
-  mdb_env_close(env_);
+  // After a failed commit LMDB may refuse further transactions in this
+  // environment: only one that committed is kept for the next open.
+  if (rc == 0)
+    keep_env(file_, env_, lock_);
+  else
+    mdb_env_close(env_);
   env_ = nullptr;
   return status_of(rc);
 }
@@ -252,9 +272,10 @@ retcode_t Handle::remove(const kvs_datum_t &key) {
   const auto *p = static_cast<const unsigned char *>(key.ptr);
   gone_.assign(p, p + key.siz);
   MDB_val k{gone_.size(), gone_.data()}, v;
-  bool at = is_current(key);
+  bool at = is_current(key), by_cursor = false;
   int rc = write(0, [&] {
-    if (at && sync() == 0) return mdb_cursor_del(cur_, 0);
+    if (at && sync() == 0) return by_cursor = true, mdb_cursor_del(cur_, 0);
+    by_cursor = false;
     synced_ = false;
     return mdb_del(txn_, dbi_, &k, nullptr);
   });
@@ -263,10 +284,20 @@ retcode_t Handle::remove(const kvs_datum_t &key) {
   if (!at) return 0;
   // The cursor now stands on the key that followed the deleted one.
   retcode_t st;
-  k = MDB_val{gone_.size(), gone_.data()};
-  rc = mdb_cursor_get(cur_, &k, &v, MDB_SET_RANGE);
-  take(rc, &k, st);
+  take(following(by_cursor, k, v), &k, st);
   return st == KVS_ERR_NO_KEY ? 0 : st;
+}
+
+// The key that followed the deleted key gone_, into k. A delete through the
+// cursor leaves LMDB's cursor on it already, which saves a search from the
+// root; that key is taken only when it sorts after gone_, and the search
+// finds it otherwise (at the end of the store as well), so a cursor LMDB
+// left elsewhere cannot make the walk go back.
+int Handle::following(bool by_cursor, MDB_val &k, MDB_val &v) {
+  MDB_val gone{gone_.size(), gone_.data()};
+  if (by_cursor && mdb_cursor_get(cur_, &k, &v, MDB_GET_CURRENT) == 0 && mdb_cmp(txn_, dbi_, &k, &gone) > 0) return 0;
+  k = gone;
+  return mdb_cursor_get(cur_, &k, &v, MDB_SET_RANGE);
 }
 
 // Runs a write that can add growth bytes to the bound. The log starts

@@ -5,8 +5,8 @@
 // the last key"), and LMDB's cursor is re-seated from it whenever a write
 // could have disturbed it. That keeps the promises callers rely on (after a
 // delete the cursor stands on the following key; storing the key under the
-// cursor leaves it in place) independent of LMDB's own cursor-after-delete
-// rules.
+// cursor leaves it in place); where LMDB's cursor is already on the key a
+// promise names, it is used after a check that it is.
 //
 // In the guarded test mode (PLAT_KVS_GUARD=1) keys and values go out as
 // guarded copies (kvs_guard.h), retired whenever the cursor moves or its key
@@ -17,10 +17,14 @@
 // (kvs_replay.h), so a store grows without a fixed limit and the change
 // stays atomic. The log is kept only once the transaction could come near
 // the end of the map.
+//
+// A closed handle leaves its environment to the next open of the store
+// (kvs_env_keep.h).
 #ifndef PLAT_KVS_HANDLE_H
 #define PLAT_KVS_HANDLE_H
 
 #include <lmdb.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <memory>
@@ -61,11 +65,14 @@ class Handle {
   enum class Pos { kNone, kAt, kEnd };
 
   Handle() = default;
+  int open_env();
+  int resize_kept();
   int begin();
   int sync();
   const kvs_datum_t *take(int rc, MDB_val *k, retcode_t &st);
   const kvs_datum_t *hand_out(kvs_datum_t &d, std::vector<unsigned char> &buf, retcode_t &st);
   bool is_current(const kvs_datum_t &key) const;
+  int following(bool by_cursor, MDB_val &k, MDB_val &v);
   int start_bound();
   size_t store_growth(const MDB_val &k, const MDB_val &v, bool at);
   template <typename Op>
@@ -75,6 +82,7 @@ class Handle {
   std::string file_;
   dev_t dev_ = 0;
   ino_t ino_ = 0;
+  struct stat lock_ {};  // the lock file as the environment opened it
   MDB_env *env_ = nullptr;
   MDB_txn *txn_ = nullptr;
   MDB_dbi dbi_ = 0;
