@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
+#include <functional>
 #include <thread>
 
 #include "kvs_admin.h"
@@ -71,3 +73,57 @@ TEST_F(KvsTest, StoreGrowsPastItsInitialMap) {
   EXPECT_TRUE(contents() == m);
 }
 
+
+// A store closed in this process is opened again on what its file holds
+// now, whatever happened to the file in between: the environment the stand-in
+// keeps from the last close must not show an older or another store.
+TEST_F(KvsTest, OpenAfterCloseSeesTheStoreAsItIsNow) {
+  const std::string file = dir_ / "store.mdb", side = dir_ / "side.mdb";
+  auto put = [&](const Model &m) {
+    kvs_service_t s = open();
+    for (const auto &[k, v] : m) {
+      kvs_datum_t kd = datum(k), vd = datum(v);
+      EXPECT_EQ(kvs_store(s, KVS_STORE_REPLACE, &kd, &vd), 0u);
+    }
+    EXPECT_EQ(kvs_close(s), 0u);
+  };
+  const Model a{{"a", "1"}}, ab{{"a", "1"}, {"b", "2"}};
+  struct Case {
+    const char *what;
+    std::function<void()> between;  // runs after a close that left ab
+    Model want;
+  };
+  const Case cases[] = {
+      {"nothing", [] {}, ab},
+      {"removed and created again", [&] {
+         ASSERT_EQ(kvs_remove(url_.c_str()), 0u);
+         create();
+       }, {}},
+      {"data file replaced by a copy made before", [&] { std::filesystem::rename(side, file); }, a},
+      {"written by a child of fork() that inherited the kept environment",
+       [&] {
+         pid_t pid = fork();
+         if (pid == 0) {
+           retcode_t st = 1;
+           kvs_service_t s = kvs_open(url_.c_str(), &st);
+           Bytes k = "c", v = "3";
+           kvs_datum_t kd = datum(k), vd = datum(v);
+           _exit(st != 0 || kvs_store(s, KVS_STORE_REPLACE, &kd, &vd) != 0 || kvs_close(s) != 0);
+         }
+         int status = -1;
+         ASSERT_EQ(waitpid(pid, &status, 0), pid);
+         ASSERT_EQ(status, 0);
+       },
+       {{"a", "1"}, {"b", "2"}, {"c", "3"}}},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.what);
+    std::filesystem::remove(file);
+    std::filesystem::remove(file + "-lock");
+    create(a);
+    std::filesystem::copy_file(file, side, std::filesystem::copy_options::overwrite_existing);
+    put({{"b", "2"}});
+    c.between();
+    EXPECT_EQ(contents(), c.want);
+  }
+}
