@@ -153,9 +153,11 @@ extern "C" int plat_fault_hit(const char *func, plat_fault_t *fault) {
   return rule_hit(s, func, counter(s, func)->fetch_add(1, std::memory_order_relaxed) + 1, fault);
 }
 
+// A site has its counter only after a first call that read the environment,
+// so later calls skip that check.
 extern "C" int plat_fault_hit_at(plat_fault_site_t *site, plat_fault_t *fault) {
-  State &s = ready();
   auto *count = static_cast<std::atomic<uint32_t> *>(__atomic_load_n(&site->count, __ATOMIC_ACQUIRE));
+  State &s = count ? state() : ready();
   if (!count) {
     std::lock_guard lock(s.mu);
     count = counter_locked(s, site->func);

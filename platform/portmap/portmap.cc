@@ -114,7 +114,8 @@ retcode_t lookup(if_index_t idx, slot_num_t *slot) {
 
 extern "C" retcode_t portmap_get_slot(if_index_t if_index, slot_num_t *slot_num) {
   plat_fault_t f{PLAT_FAULT_STATUS, 0};
-  if (plat_fault_hit("portmap_get_slot", &f)) return (f.kind == PLAT_FAULT_STATUS && f.value) ? f.value : PLAT_ERR_INJECTED;
+  static plat_fault_site_t site = PLAT_FAULT_SITE("portmap_get_slot");
+  if (plat_fault_hit_at(&site, &f)) return (f.kind == PLAT_FAULT_STATUS && f.value) ? f.value : PLAT_ERR_INJECTED;
   slot_num_t slot = 0;
   retcode_t rc = slot_num ? lookup(if_index, &slot) : PLAT_ERR_INVALID;
   if (rc == PLAT_OK) {

@@ -34,10 +34,11 @@ namespace {
 using Node = tk_hashtable_64_node_t;
 
 // Open-addressing index from key to node: a power of two of slots, at most
-// half of them used. A slot holds the key beside its node, so a probe reads
-// no node but the one it finds.
+// half of them used. A slot holds the key and the data beside the node (an
+// item's data never changes), so a find reads no node at all.
 struct Slot {
   uint64 key;
+  void *data;
   Node *node;  // null: the slot is free
 };
 
@@ -102,7 +103,7 @@ void index_add(Header *h, Node *n) {
     std::free(ix->slot);
     *ix = bigger;
   }
-  *index_slot(ix, n->key) = Slot{n->key, n};
+  *index_slot(ix, n->key) = Slot{n->key, n->data, n};
 }
 
 Index *new_index() {
@@ -131,6 +132,18 @@ Node *find_node(tk_hashtable_64_t *ht, uint64 key) {
   for (Node *n = ht->hash_array[bucket_of(ht, key)]; n; n = n->p_next)
     if (n->key == key) return n;
   return nullptr;
+}
+
+// The data of key, or false when key is not in the table.
+bool find_data(tk_hashtable_64_t *ht, uint64 key, void **data) {
+  if (const Index *ix = header(ht)->index) {
+    const Slot *s = index_slot(ix, key);
+    if (s->node) *data = s->data;
+    return s->node != nullptr;
+  }
+  Node *n = find_node(ht, key);
+  if (n) *data = n->data;
+  return n != nullptr;
 }
 
 // First node in buckets from..size-1, or null.
@@ -211,10 +224,7 @@ extern "C" tk_err_t tk_hashtable_64_find(tk_hashtable_64_t *ht, uint64 key, void
   tk_err_t rc;
   if (TK_FAULT_HIT("tk_hashtable_64_find", &rc)) return rc;
   if (!valid(ht) || !data) return TK_ERR_INVALID;
-  Node *n = find_node(ht, key);
-  if (!n) return TK_ERR_NOT_FOUND;
-  *data = n->data;
-  return TK_OK;
+  return find_data(ht, key, data) ? TK_OK : TK_ERR_NOT_FOUND;
 }
 
 extern "C" tk_err_t tk_hashtable_64_insert(tk_hashtable_64_t *ht, uint64 key, void *data) {
