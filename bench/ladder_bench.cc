@@ -95,9 +95,9 @@ struct Env {
         mdb_txn_begin(env, nullptr, 0, &txn) || mdb_dbi_open(txn, nullptr, 0, &dbi))
       die("cannot open " + file);
   }
-  void commit() {
+  void commit(bool close = true) {
     if (mdb_txn_commit(txn)) die("commit failed");
-    mdb_env_close(env);
+    if (close) mdb_env_close(env);
   }
 };
 
@@ -128,7 +128,10 @@ void raw_pass(const std::string &file) {
     MDB_val nv{buf.size(), buf.data()};
     if (mdb_cursor_put(c, &k, &nv, MDB_CURRENT)) die("cursor put");
   }
-  e.commit();
+  // Committed and left open for the child's exit to release, as the store
+  // stand-in leaves a closed store's environment open (kvs_env_keep.h):
+  // neither side is timed freeing LMDB's page buffers.
+  e.commit(false);
 }
 
 // ---- generated stores ----
