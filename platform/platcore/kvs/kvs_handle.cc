@@ -106,10 +106,11 @@ int Handle::begin() {
     txn_ = nullptr;
     return rc;
   }
-  if ((rc = mdb_dbi_open(txn_, nullptr, 0, &dbi_)) || (rc = mdb_cursor_open(txn_, dbi_, &cur_))) {
+  if ((rc = mdb_dbi_open(txn_, nullptr, 0, &dbi_)) || (rc = mdb_cursor_open(txn_, dbi_, &cur_)) ||
+      (rc = mdb_cursor_open(txn_, dbi_, &put_cur_))) {
     mdb_txn_abort(txn_);
     txn_ = nullptr;
-    cur_ = nullptr;
+    cur_ = put_cur_ = nullptr;
   }
   return rc;
 }
@@ -151,7 +152,7 @@ retcode_t Handle::close() {
   while (txn_) {
     rc = mdb_txn_commit(txn_);  // frees the transaction and its cursor, committed or not
     txn_ = nullptr;
-    cur_ = nullptr;
+    cur_ = put_cur_ = nullptr;
     // Without a log the commit cannot be redone; the bound makes that case
     // one that does not come, and should it, the store keeps nothing.
     if (rc != MDB_MAP_FULL || !log_.on()) break;
@@ -258,7 +259,10 @@ retcode_t Handle::store(const kvs_datum_t &key, const kvs_datum_t &value) {
   int rc = write(store_growth(k, v, at), [&] {
     if (at && sync() == 0) return mdb_cursor_put(cur_, &k, &v, MDB_CURRENT);
     synced_ = false;
-    return mdb_put(txn_, dbi_, &k, &v, 0);
+    // A put through a cursor of its own, as mdb_put() would make one for the
+    // call: left where the last put was, it finds a key on the same leaf
+    // page without a search from the root (keys stored in order).
+    return mdb_cursor_put(put_cur_, &k, &v, 0);
   });
   if (rc == 0) log_.add(as_val(key), &v);
   if (at) val_current_ = false;
@@ -319,7 +323,7 @@ int Handle::write(size_t growth, Op op) {
 int Handle::grow_and_replay() {
   if (txn_) mdb_txn_abort(txn_);
   txn_ = nullptr;
-  cur_ = nullptr;
+  cur_ = put_cur_ = nullptr;
   synced_ = false;
   for (;;) {
     map_size_ *= 2;
@@ -328,7 +332,7 @@ int Handle::grow_and_replay() {
     if ((rc = log_.replay(txn_, dbi_)) == 0) return 0;
     mdb_txn_abort(txn_);
     txn_ = nullptr;
-    cur_ = nullptr;
+    cur_ = put_cur_ = nullptr;
     if (rc != MDB_MAP_FULL) return rc;
   }
 }

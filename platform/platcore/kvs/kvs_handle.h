@@ -87,6 +87,7 @@ class Handle {
   MDB_txn *txn_ = nullptr;
   MDB_dbi dbi_ = 0;
   MDB_cursor *cur_ = nullptr;
+  MDB_cursor *put_cur_ = nullptr;  // the puts of keys not under cur_
   size_t map_size_ = 0;
   Pos pos_ = Pos::kNone;
   bool synced_ = false;  // LMDB's cursor stands on key_buf_
