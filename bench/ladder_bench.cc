@@ -11,7 +11,8 @@
 // Then one target whose entries all share one slot and source pair, for the
 // two trunk fix-ups (4.1->4.2 and 3.2->4.2).
 // Printed per row: median seconds over the runs, records/s, ratio to the raw
-// pass of the same store, cost per record relative to the smallest size of
+// pass of the same store (each run times a raw pass right before the move;
+// the median of the runs' ratios), cost per record relative to the smallest size of
 // the same move (for a one-group row: relative to the spread store of the
 // same move and size, or the nearest size), and the peak resident memory of
 // the child (wait4's ru_maxrss), with the raw pass's beside it.
@@ -230,14 +231,35 @@ Sample measure(const std::string &master, const std::string &work, Body body) {
   return out;
 }
 
-template <typename Body>
-Sample median_of(int runs, const std::string &master, const std::string &work, Body body) {
-  std::vector<Sample> all;
-  for (int i = 0; i < runs; i++) all.push_back(measure(master, work, body));
+Sample median(std::vector<Sample> all) {
   std::sort(all.begin(), all.end(), [](const Sample &a, const Sample &b) { return a.seconds < b.seconds; });
   Sample m = all[all.size() / 2];
   for (const auto &s : all) m.rss_kb = std::max(m.rss_kb, s.rss_kb);
   return m;
+}
+
+// A move timed against the raw pass: each run times a raw pass right before
+// the move, so that both meet the same load of a shared machine, and the
+// ratio is the median of the runs' ratios.
+struct Paired {
+  Sample move, raw;
+  double ratio;
+};
+
+template <typename Body>
+Paired paired(int runs, const std::string &master, const std::string &work, Body body,
+              std::vector<Sample> &raws) {
+  std::vector<Sample> moves;
+  std::vector<double> ratios;
+  for (int i = 0; i < runs; i++) {
+    Sample r = measure(master, work, [&] { return raw_pass(work), 0; });
+    Sample m = measure(master, work, body);
+    raws.push_back(r);
+    moves.push_back(m);
+    ratios.push_back(m.seconds / r.seconds);
+  }
+  std::sort(ratios.begin(), ratios.end());
+  return {median(moves), median(raws), ratios[ratios.size() / 2]};
 }
 
 struct Move {
@@ -265,9 +287,9 @@ void header(const char *title) {
               "x raw", "cost/rec", "rss MB", "raw MB");
 }
 
-void row(const char *name, size_t n, const Sample &s, const Sample &raw, double rel) {
-  std::printf("%-9s %9zu %8.3f %11.0f %7.2f %9.2f %8.1f %8.1f\n", name, n, s.seconds, n / s.seconds,
-              s.seconds / raw.seconds, rel, s.rss_kb / 1024.0, raw.rss_kb / 1024.0);
+void row(const char *name, size_t n, const Sample &s, const Sample &raw, double ratio, double rel) {
+  std::printf("%-9s %9zu %8.3f %11.0f %7.2f %9.2f %8.1f %8.1f\n", name, n, s.seconds, n / s.seconds, ratio, rel,
+              s.rss_kb / 1024.0, raw.rss_kb / 1024.0);
   std::fflush(stdout);
 }
 
@@ -320,14 +342,18 @@ int main(int argc, char **argv) {
     header(("stores of era " + wsc::era_name(era)).c_str());
     for (size_t n : o.sizes) {
       make_master(master, [&] { return wsc::synthesize_store(era, n, 42); });
-      Sample raw = median_of(o.runs, master, work, [&] { return raw_pass(work), 0; });
-      row("raw", n, raw, raw, 1.0);
+      std::vector<Sample> raws;
+      std::vector<std::pair<const Move *, Paired>> done;
       for (const Move &m : kMoves) {
         if (m.from != era || skip(m)) continue;
-        Sample s = median_of(o.runs, master, work, [&] { return run_move(lib, m, url); });
-        auto &c = cost[m.name];
-        c[n] = s.seconds / n;
-        row(m.name, n, s, raw, c[n] / c.begin()->second);
+        done.emplace_back(&m, paired(o.runs, master, work, [&] { return run_move(lib, m, url); }, raws));
+      }
+      Sample raw = median(raws);
+      row("raw", n, raw, raw, 1.0, 1.0);
+      for (const auto &[m, p] : done) {
+        auto &c = cost[m->name];
+        c[n] = p.move.seconds / n;
+        row(m->name, n, p.move, p.raw, p.ratio, c[n] / c.begin()->second);
       }
     }
   }
@@ -336,15 +362,15 @@ int main(int argc, char **argv) {
     header(("one target, one group (same slot and source pair), " + std::string(m.name)).c_str());
     for (size_t n : o.groups) {
       make_master(master, [&] { return one_group(m.from, n); });
-      Sample raw = median_of(o.runs, master, work, [&] { return raw_pass(work), 0; });
-      Sample s = median_of(o.runs, master, work, [&] { return run_move(lib, m, url); });
+      std::vector<Sample> raws;
+      Paired p = paired(o.runs, master, work, [&] { return run_move(lib, m, url); }, raws);
       const auto &c = cost[m.name];
       double spread = 0;
       if (!c.empty()) {
         auto it = c.lower_bound(n);
         spread = it == c.end() ? std::prev(it)->second : it->second;
       }
-      row(m.name, n, s, raw, spread > 0 ? s.seconds / n / spread : 0);
+      row(m.name, n, p.move, p.raw, p.ratio, spread > 0 ? p.move.seconds / n / spread : 0);
     }
   }
   if (o.dir.empty()) fs::remove_all(dir);
