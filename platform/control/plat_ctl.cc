@@ -134,6 +134,18 @@ extern "C" void plat_fault_reset(void) {
   s.error.clear();
 }
 
+// The number of this call of a function: its counter plus one. The count
+// is a plain increment, not a locked one: a locked add waits for every
+// store the caller has pending (a store rewriting pages, say) and cost more
+// than the store call it counted. The stand-ins serve one conversion thread
+// at a time; two threads calling the same function at the same instant
+// could both get the same number, and one of the calls would go uncounted.
+static uint32_t next_call(std::atomic<uint32_t> *count) {
+  uint32_t n = count->load(std::memory_order_relaxed) + 1;
+  count->store(n, std::memory_order_relaxed);
+  return n;
+}
+
 // Whether call number n of func fails, and how.
 static int rule_hit(State &s, const char *func, uint32_t n, plat_fault_t *fault) {
   if (!s.has_rules.load(std::memory_order_acquire)) return 0;
@@ -150,7 +162,7 @@ static int rule_hit(State &s, const char *func, uint32_t n, plat_fault_t *fault)
 // Without rules a call costs one count and no lock.
 extern "C" int plat_fault_hit(const char *func, plat_fault_t *fault) {
   State &s = ready();
-  return rule_hit(s, func, counter(s, func)->fetch_add(1, std::memory_order_relaxed) + 1, fault);
+  return rule_hit(s, func, next_call(counter(s, func)), fault);
 }
 
 // A site has its counter only after a first call that read the environment,
@@ -163,7 +175,7 @@ extern "C" int plat_fault_hit_at(plat_fault_site_t *site, plat_fault_t *fault) {
     count = counter_locked(s, site->func);
     __atomic_store_n(&site->count, static_cast<void *>(count), __ATOMIC_RELEASE);
   }
-  return rule_hit(s, site->func, count->fetch_add(1, std::memory_order_relaxed) + 1, fault);
+  return rule_hit(s, site->func, next_call(count), fault);
 }
 
 extern "C" uint32_t plat_call_count(const char *func) {
