@@ -8,13 +8,13 @@
 //  - raw: straight on LMDB, one write transaction rewriting every value;
 //  - each move from that era through the library and the stand-ins:
 //    4.2->4.1, 4.2->3.2 (two passes), 4.1->3.2, 4.1->4.2, 3.2->4.2 (two).
-// Then one target whose entries all share one slot and source pair, for the
-// two trunk fix-ups (4.1->4.2 and 3.2->4.2).
+// Then, for the two trunk fix-ups (4.1->4.2 and 3.2->4.2), RW entries of
+// one target that all share one slot and source pair, against the same
+// entries spread over groups of their own.
 // Printed per row: median seconds over the runs, records/s, ratio to the raw
 // pass of the same store (each run times a raw pass right before the move;
 // the median of the runs' ratios), cost per record relative to the smallest size of
-// the same move (for a one-group row: relative to the spread store of the
-// same move and size, or the nearest size), and the peak resident memory of
+// the same move (for a one-group row: relative to its spread row), and the peak resident memory of
 // the child (wait4's ru_maxrss), with the raw pass's beside it.
 // The library is the gate-shut build beside this program unless --lib names
 // another.
@@ -137,7 +137,11 @@ void raw_pass(const std::string &file) {
 
 // ---- generated stores ----
 
-wsc::Records one_group(wsc::Era era, size_t n) {
+// n RW entries of one target that all share one slot and source pair, or
+// with spread, the same entries (same flags, same sizes) spread as the
+// tool's generator spreads them: over n / 50 targets, n / 12 source pairs
+// and 12 slots. The shape of the groups is all that differs between the two.
+wsc::Records rw_entries(wsc::Era era, size_t n, bool spread) {
   wsc::Records out;
   uint64_t s = 0x1234 + n;
   auto rnd = [&s] {
@@ -156,12 +160,14 @@ wsc::Records one_group(wsc::Era era, size_t n) {
     wayshunt_kvs_key_rw_acl_entry_t k{{WAYSHUNT_KVS_KEY_ACL_RW_1, 0}, rnd()};
     wayshunt_kvs_data_rw_acl_entry_t v;
     std::memset(&v, 0, sizeof v);
-    v.tgt_pwwn = wwn(0x500a098000001234ull);
-    v.src_sid_wwn = wwn(0x2000002500b50001ull);
-    v.src_did_wwn = wwn(0x2fff000dec000001ull);
+    const uint64_t targets = std::max<uint64_t>(2, n / 50), hosts = std::max<uint64_t>(2, n / 12);
+    const uint64_t host = rnd() % hosts;
+    v.tgt_pwwn = wwn(0x500a098000001234ull + (spread ? rnd() % targets : 0));
+    v.src_sid_wwn = wwn(0x2000002500b50001ull + (spread ? host : 0));
+    v.src_did_wwn = wwn(0x2fff000dec000001ull + (spread ? host : 0));
     v.dst_did_wwn = wwn(rnd());
-    v.if_index = IF_INDEX_FC(3, 1 + rnd() % 48);
-    v.slot_num = 3;
+    v.slot_num = spread ? static_cast<uint8_t>(1 + rnd() % 12) : 3;
+    v.if_index = IF_INDEX_FC(v.slot_num, 1 + rnd() % 48);
     wsc::Record r{wsc::Bytes((uint8_t *)&k, (uint8_t *)&k + sizeof k), {}};
     if (era == wsc::Era::v32) {
       // Mostly virtual entries, a few physical ones among them.
@@ -359,18 +365,18 @@ int main(int argc, char **argv) {
   }
   for (const Move &m : kMoves) {
     if (m.steps.size() != (m.from == wsc::Era::v32 ? 2u : 1u) || m.steps.back() != &Library::up413 || skip(m)) continue;
-    header(("one target, one group (same slot and source pair), " + std::string(m.name)).c_str());
+    header(("RW entries in one group of one target (same slot and source pair), against the same entries "
+            "spread over n/50 targets (spread), " + std::string(m.name))
+               .c_str());
     for (size_t n : o.groups) {
-      make_master(master, [&] { return one_group(m.from, n); });
       std::vector<Sample> raws;
+      make_master(master, [&] { return rw_entries(m.from, n, true); });
+      Paired spread = paired(o.runs, master, work, [&] { return run_move(lib, m, url); }, raws);
+      row("spread", n, spread.move, spread.raw, spread.ratio, 1.0);
+      raws.clear();
+      make_master(master, [&] { return rw_entries(m.from, n, false); });
       Paired p = paired(o.runs, master, work, [&] { return run_move(lib, m, url); }, raws);
-      const auto &c = cost[m.name];
-      double spread = 0;
-      if (!c.empty()) {
-        auto it = c.lower_bound(n);
-        spread = it == c.end() ? std::prev(it)->second : it->second;
-      }
-      row(m.name, n, p.move, p.raw, p.ratio, spread > 0 ? p.move.seconds / n / spread : 0);
+      row(m.name, n, p.move, p.raw, p.ratio, p.move.seconds / spread.move.seconds);
     }
   }
   if (o.dir.empty()) fs::remove_all(dir);
