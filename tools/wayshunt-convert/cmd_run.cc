@@ -154,10 +154,10 @@ Json steps_json(const std::vector<StepResult> &steps) {
   return j;
 }
 
-// Loads the library and calls the steps; the move's losses first on a dry run.
-bool call_steps(Report &r, const std::string &library, const DeviceImage &img, const DeviceImage &work) {
+// Calls the steps; the move's losses first on a dry run.
+bool call_steps(Report &r, ConversionLibrary &lib, const std::string &library, const DeviceImage &img,
+                const DeviceImage &work) {
   const RunOptions &o = r.o;
-  ConversionLibrary lib(library);
   if (o.dry_run) report_losses(r, lib, work);
   r.out << "move " << o.from << " -> " << o.to << " on " << img.dir << (o.dry_run ? " (dry run on a copy)" : "")
         << ", library " << library << "\n";
@@ -179,6 +179,7 @@ void run_move(const RunOptions &o) {
   check_fault_rules(o.faults);
   DeviceImage img = image_at(o.image, true);
   std::string library = o.library.empty() ? find_library(o.trace) : fs::absolute(o.library).string();
+  ConversionLibrary lib(library);  // loaded before the image is touched: a bad library changes nothing
 
   std::unique_ptr<TempFolder> temp;
   if (o.dry_run) temp = std::make_unique<TempFolder>();
@@ -191,7 +192,7 @@ void run_move(const RunOptions &o) {
 
   std::ostream null_out(nullptr);
   Report r{o, o.json ? null_out : std::cout};
-  bool ok = call_steps(r, library, img, work);
+  bool ok = call_steps(r, lib, library, img, work);
   if (!o.faults.empty()) report_store_after(r, work);
   if (o.dry_run) report_dry_run_changes(r, img, work, *temp, standby_before);
   if (o.json) std::cout << r.doc.dump(2) << "\n";

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "formats.h"
 #include "kvs_admin.h"
@@ -100,6 +101,37 @@ void fill(kvs_service_t handle, const Records &records, bool progress) {
   }
 }
 
+// The folders a write makes for its store. Unless the write succeeds they
+// are removed again, deepest first and only while empty, so that a failed
+// write leaves no folder behind and never takes one that existed before.
+class NewFolders {
+ public:
+  explicit NewFolders(const std::string &folder) {
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    for (fs::path p = folder; !p.empty() && !fs::exists(p, ec); p = p.parent_path()) made_.push_back(p.string());
+    fs::create_directories(folder, ec);
+    if (ec) {
+      remove();
+      throw ToolError("cannot create folder " + folder + " (" + ec.message() + "); check the path and its permissions");
+    }
+  }
+  ~NewFolders() {
+    if (!kept_) remove();
+  }
+  NewFolders(const NewFolders &) = delete;
+  NewFolders &operator=(const NewFolders &) = delete;
+  void keep() { kept_ = true; }
+
+ private:
+  void remove() {
+    std::error_code ec;
+    for (const std::string &dir : made_) std::filesystem::remove(dir, ec);
+  }
+  std::vector<std::string> made_;  // deepest first
+  bool kept_ = false;
+};
+
 }  // namespace
 
 Records read_store(const StoreRef &store) {
@@ -128,10 +160,8 @@ void write_store(const StoreRef &store, const Records &records, bool force, bool
   if (fs::exists(store.file, ec) && !force)
     throw ToolError("store " + store.file + " exists; pass --force to replace it");
 
-  // A folder made here stays when the write then fails; it is empty.
   std::string folder = fs::path(store.file).parent_path().string();
-  fs::create_directories(folder, ec);
-  if (ec) throw ToolError("cannot create folder " + folder + " (" + ec.message() + "); check the path and its permissions");
+  NewFolders folders(folder);
   std::string tmp = temp_url(store.url);
   char tmp_file[4096];
   if (kvs_store_file(tmp.c_str(), tmp_file, sizeof tmp_file))
@@ -157,6 +187,7 @@ void write_store(const StoreRef &store, const Records &records, bool force, bool
     fs::rename(tmp_file, store.file, ec);
     if (ec) throw ToolError("cannot move the new store to " + store.file + ": " + ec.message());
     fs::remove(std::string(tmp_file) + "-lock", ec);
+    folders.keep();
   } catch (...) {
     kvs_remove(tmp.c_str());
     throw;
