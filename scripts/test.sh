@@ -18,7 +18,7 @@ for v in "${variants[@]}"; do
   build="build/$v"
   case "$v" in
     plain) flags=(-DWAYSHUNT_SANITIZE=OFF) ;;
-    asan) flags=(-DWAYSHUNT_SANITIZE=ON) ;;
+    asan) flags=(-DWAYSHUNT_SANITIZE=ON -DWAYSHUNT_BUILD_BENCH=OFF) ;;  # benches build in the plain run
     *) echo "test.sh: unknown build '$v' (plain or asan)" >&2; exit 2 ;;
   esac
   echo "== $v build"

@@ -48,7 +48,8 @@ std::string in_child(Who who, const std::function<std::string()> &fn) {
   if (pid == 0) {
     close(fds[0]);
     std::string msg = "cannot become nobody";
-    if (who == Who::Self || (setgroups(0, nullptr) == 0 && setresgid(65534, 65534, 65534) == 0 &&
+    // nobody starts from "/": the run's own folder may be closed to it
+    if (who == Who::Self || (chdir("/") == 0 && setgroups(0, nullptr) == 0 && setresgid(65534, 65534, 65534) == 0 &&
                              setresuid(65534, 65534, 65534) == 0 &&
                              // as after an exec: /proc/self stays ours, uid_map writable
                              prctl(PR_SET_DUMPABLE, 1) == 0))
