@@ -244,17 +244,37 @@ class Golden : public ::testing::TestWithParam<Case> {
     for (const auto &[pattern, replacement] : masks) text = std::regex_replace(text, std::regex(pattern), replacement);
     return text;
   }
+  // edit SRC RE TEXT: @/edited.json is SRC with the first match of RE replaced.
+  void edit(const Args &a) {
+    std::string src = testsupport::read_file(at(a[1]));
+    testsupport::write_file(world_ / "edited.json",
+                            std::regex_replace(src, std::regex(a[2]), a[3], std::regex_constants::format_first_only));
+  }
+  // ... &: the tool in the background until "stop"; the first option's file tells it is ready.
+  void start_service(Args a) {
+    a.back() = testsupport::bin_dir() + "/wayshunt-convert";
+    std::rotate(a.rbegin(), a.rbegin() + 1, a.rend());
+    service_ = std::make_unique<testsupport::Child>(a);
+    EXPECT_TRUE(testsupport::wait_for_path(a[3], 10000)) << "the service did not start";
+  }
+  // Runs the tool, holding it to the rules above; returns its golden text.
+  std::string run(const Args &a, const std::string &in, const std::string &what) {
+    auto before = tree(world_.path());
+    auto r = tooltest::run_tool(a, in);
+    if (r.status == 2) {
+      EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << what << r.err;
+    }
+    if (!may_write(a, r.status)) {
+      EXPECT_TRUE(tree(world_.path()) == before) << what << "changed the world";
+    }
+    return "status " + std::to_string(r.status) + "\n--- stdout\n" + r.out + "--- stderr\n" + r.err;
+  }
   // Runs one step and returns what it adds to the golden text.
   std::string step(Args a) {
     std::string text = "$";
     for (const std::string &s : a) text += " " + s;
     text += "\n";
-    if (!a.empty() && a[0] == "edit") {
-      std::string src = testsupport::read_file(at(a[1]));
-      testsupport::write_file(world_ / "edited.json",
-                              std::regex_replace(src, std::regex(a[2]), a[3], std::regex_constants::format_first_only));
-      return text;
-    }
+    if (!a.empty() && a[0] == "edit") return edit(a), text;
     if (a == Args{"stop"}) return text + "status " + std::to_string(WEXITSTATUS(service_->stop())) + "\n";
     std::vector<std::unique_ptr<ScopedEnv>> env;
     for (; !a.empty() && a[0].find('=') != std::string::npos && isupper(a[0][0]); a.erase(a.begin()))
@@ -262,22 +282,8 @@ class Golden : public ::testing::TestWithParam<Case> {
     std::string in = "/dev/null";
     if (!a.empty() && a.back()[0] == '<') in = at(a.back().substr(1)), a.pop_back();
     for (std::string &s : a) s = at(s);
-    if (!a.empty() && a.back() == "&") {
-      a.back() = testsupport::bin_dir() + "/wayshunt-convert";
-      std::rotate(a.rbegin(), a.rbegin() + 1, a.rend());
-      service_ = std::make_unique<testsupport::Child>(a);
-      EXPECT_TRUE(testsupport::wait_for_path(a[3], 10000)) << "the service did not start";
-      return text;
-    }
-    auto before = tree(world_.path());
-    auto r = tooltest::run_tool(a, in);
-    if (r.status == 2) {
-      EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << text << r.err;
-    }
-    if (!may_write(a, r.status)) {
-      EXPECT_TRUE(tree(world_.path()) == before) << text << "changed the world";
-    }
-    return text + "status " + std::to_string(r.status) + "\n--- stdout\n" + r.out + "--- stderr\n" + r.err;
+    if (!a.empty() && a.back() == "&") return start_service(a), text;
+    return text + run(a, in, text);
   }
 
   static inline testsupport::TempDir template_;

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 
 #include "test_support.h"
 
@@ -45,6 +46,7 @@ void expect_golden(const std::string &name, const std::string &text) {
   std::string path = std::string(TOOL_GOLDEN_DIR) + "/" + name + ".txt";
   const char *update = std::getenv("WAYSHUNT_UPDATE_GOLDEN");
   if (update && std::string(update) == "1") {
+    std::filesystem::create_directories(TOOL_GOLDEN_DIR);
     testsupport::write_file(path, text);
     return;
   }
