@@ -84,7 +84,7 @@ Args run(const char *from, const char *to, const char *image, Args more = {}) {
 
 const Case kCases[] = {
     // The generator's stores record by record, and the same store from the same seed.
-    {"gen", {{"dump", "@/s32"}, {"dump", "@/s41"}, {"info", "@/s42"}, {"gen", "--era", "4.2", "--records", "40", "--seed", "3", "@/again"},
+    {"gen", {{"dump", "@/s32"}, {"dump", "@/s41"}, {"dump", "@/s42"}, {"gen", "--era", "4.2", "--records", "40", "--seed", "3", "@/again"},
              {"diff", "--quiet", "@/s42", "@/again"}, {"gen", "--era", "4.2", "--records", "40", "--seed", "4", "@/other"},
              {"diff", "--quiet", "@/s42", "@/other"}, {"gen", "--era", "4.1", "--records", "3", "@/new/deeper"}}},
     {"load", {{"load", "@/s32.json", "@/r32.mdb"}, {"diff", "--quiet", "@/s32", "@/r32.mdb"}, {"load", "@/s41.json", "@/r41.mdb"},
