@@ -15,8 +15,18 @@ done
 # A C compiler reads the library's headers as C, too.
 cmake -S "$here/consumer" -B "$prefix/consumer" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_FLAGS="$flags" >/dev/null
 cmake --build "$prefix/consumer" >/dev/null
-"$prefix/consumer/consumer"
-"$prefix/consumer/entry_points"
+# The entry points write their log to /bootflash: where the host has that
+# folder (or /mnt/kvs), the consumers run in a mount namespace of their own
+# that shows both as empty and read-only, so the host keeps what it had.
+private() {
+  if [ ! -e /bootflash ] && [ ! -e /mnt/kvs ]; then "$@"; return; fi
+  unshare --mount --map-root-user --propagation private true 2>/dev/null ||
+    { echo "the host has /bootflash or /mnt/kvs and no private mount namespace can hide them"; exit 77; }
+  unshare --mount --map-root-user --propagation private sh -c \
+    'for d in /bootflash /mnt/kvs; do [ ! -d $d ] || mount -t tmpfs -o ro none $d || exit 1; done; exec "$@"' sh "$@"
+}
+private "$prefix/consumer/consumer"
+private "$prefix/consumer/entry_points"
 # Only public headers are installed: none of the stand-ins' or the library's own.
 for f in plat_hooks.h fault_rules.h kvs_handle.h hub_internal.h portmap_table.h tk_fault.h wayshunt_cnv_int.h \
          wayshunt_cnv_log.h wayshunt_cnv_upgrade_413.h; do
@@ -24,4 +34,4 @@ for f in plat_hooks.h fault_rules.h kvs_handle.h hub_internal.h portmap_table.h 
 done
 PKG_CONFIG_PATH="$prefix/lib/pkgconfig" cc $flags -o "$prefix/pc-consumer" "$here/consumer/main.c" \
   $(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs convertwayshunt) -Wl,-rpath,"$prefix/lib"
-"$prefix/pc-consumer"
+private "$prefix/pc-consumer"

@@ -126,6 +126,9 @@ TEST_F(KvsTest, GuardedDataCatchesEveryMisuseAtOnce) {
   // goes to the stderr the death test reads, not to the run's report folder.
   std::string asan = getenv("ASAN_OPTIONS") ? getenv("ASAN_OPTIONS") : "";
   testsupport::ScopedEnv quiet("ASAN_OPTIONS", (asan + ":log_path=stderr").c_str());
+  // Each child runs this test again up to its death, fixture and all: its
+  // own folder goes inside this one, which is removed at the end.
+  testsupport::ScopedEnv tmp("TMPDIR", dir_.path().c_str());
   create({{"a", "12345"}, {"b", "xy"}});
   for (const GuardCase &c : kGuardCases) {
     SCOPED_TRACE(c.name);

@@ -38,8 +38,9 @@ struct Case {
   bool traces = true;  // a golden file of the gate-open log (false: too long to read)
 };
 
-Records small_32() {  // three entries of one target on an ISL, a flow-thru key
+Records small_32() {  // three entries of one target on an ISL, one off it, a flow-thru key
   return {{rec::rw_key(55, 1), rec::rw_value({0xaa, ISL | V, 1, 2, 0, 0, kFc31}, 84)},
+          {rec::rw_key(55, 4), rec::rw_value({0xaa, P | V, 1, 2, 0, 0, kFc31}, 84)},
           {rec::rw_key(55, 2), rec::rw_value({0xaa, ISL | P, 1, 2, 0, 0, kFc31}, 84)},
           {rec::rw_key(55, 3), rec::rw_value({0xaa, ISL | V | PEND, 3, 2, 0, 0, kFc11}, 84)},
           {rec::ft_key(false, 0x11, 0xaa), Bytes(4, '\0')}};

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "formats.h"
 #include "kvs_admin.h"
@@ -19,11 +20,15 @@ namespace wsc {
 namespace {
 
 std::string why(retcode_t rc) {
-  std::string text = retcode2str(rc);
+  std::string text = rc ? retcode2str(rc) : "no datum returned";
   const char *detail = kvs_last_error_detail();
   if (detail && *detail) text += std::string(" (") + detail + ")";
   return text;
 }
+
+// What to do after a failed read or write of a store.
+constexpr const char *kReadAdvice = "the store may be damaged: keep a copy and check it with 'verify'";
+constexpr const char *kWriteAdvice = "no store was written; check free space and the folder's permissions, then run again";
 
 std::string open_advice(retcode_t rc) {
   switch (rc) {
@@ -95,10 +100,41 @@ void fill(kvs_service_t handle, const Records &records, bool progress) {
                       static_cast<unsigned>(r.value.size())};
     if (retcode_t rc = kvs_store(handle, KVS_STORE_REPLACE, &key, &value))
       throw ToolError("cannot store record " + std::to_string(i) + " (" + type_label(r.type()) + ", key " +
-                      to_hex(r.key) + "): " + why(rc));
+                      to_hex(r.key) + "): " + why(rc) + "; " + kWriteAdvice);
     if (progress) bar.update(i + 1);
   }
 }
+
+// The folders a write makes for its store. Unless the write succeeds they
+// are removed again, deepest first and only while empty, so that a failed
+// write leaves no folder behind and never takes one that existed before.
+class NewFolders {
+ public:
+  explicit NewFolders(const std::string &folder) {
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    for (fs::path p = folder; !p.empty() && !fs::exists(p, ec); p = p.parent_path()) made_.push_back(p.string());
+    fs::create_directories(folder, ec);
+    if (ec) {
+      remove();
+      throw ToolError("cannot create folder " + folder + " (" + ec.message() + "); check the path and its permissions");
+    }
+  }
+  ~NewFolders() {
+    if (!kept_) remove();
+  }
+  NewFolders(const NewFolders &) = delete;
+  NewFolders &operator=(const NewFolders &) = delete;
+  void keep() { kept_ = true; }
+
+ private:
+  void remove() {
+    std::error_code ec;
+    for (const std::string &dir : made_) std::filesystem::remove(dir, ec);
+  }
+  std::vector<std::string> made_;  // deepest first
+  bool kept_ = false;
+};
 
 }  // namespace
 
@@ -114,11 +150,13 @@ Records read_store(const StoreRef &store) {
   for (const kvs_datum_t *k = kvs_move2location(s.handle, KVS_LOC_FIRST, &rc); k;
        k = kvs_move2location(s.handle, KVS_LOC_NEXT, &rc)) {
     const kvs_datum_t *v = kvs_getvalue(s.handle, &rc);
-    if (!v) throw ToolError("cannot read the value of key " + to_hex(copy(k)) + " in " + store.file + ": " + why(rc));
+    if (!v)
+      throw ToolError("cannot read the value of key " + to_hex(copy(k)) + " in " + store.file + ": " + why(rc) + "; " +
+                      kReadAdvice);
     records.push_back({copy(k), copy(v)});
   }
-  if (rc != KVS_ERR_NO_KEY) throw ToolError("cannot walk store " + store.file + ": " + why(rc));
-  if ((rc = s.close())) throw ToolError("cannot close store " + store.file + ": " + why(rc));
+  if (rc != KVS_ERR_NO_KEY) throw ToolError("cannot walk store " + store.file + ": " + why(rc) + "; " + kReadAdvice);
+  if ((rc = s.close())) throw ToolError("cannot close store " + store.file + ": " + why(rc) + "; " + kReadAdvice);
   return records;
 }
 
@@ -128,10 +166,8 @@ void write_store(const StoreRef &store, const Records &records, bool force, bool
   if (fs::exists(store.file, ec) && !force)
     throw ToolError("store " + store.file + " exists; pass --force to replace it");
 
-  // A folder made here stays when the write then fails; it is empty.
   std::string folder = fs::path(store.file).parent_path().string();
-  fs::create_directories(folder, ec);
-  if (ec) throw ToolError("cannot create folder " + folder + " (" + ec.message() + "); check the path and its permissions");
+  NewFolders folders(folder);
   std::string tmp = temp_url(store.url);
   char tmp_file[4096];
   if (kvs_store_file(tmp.c_str(), tmp_file, sizeof tmp_file))
@@ -139,7 +175,7 @@ void write_store(const StoreRef &store, const Records &records, bool force, bool
   kvs_remove(tmp.c_str());  // a leftover of an earlier run with the same pid
   if (retcode_t rc = kvs_create(tmp.c_str())) {
     if (rc == KVS_ERR_NO_STORE) throw ToolError("folder " + folder + " does not exist; create it first");
-    throw ToolError("cannot create a store in " + folder + ": " + why(rc));
+    throw ToolError("cannot create a store in " + folder + ": " + why(rc) + "; " + kWriteAdvice);
   }
 
   SignalGuard signals;
@@ -149,14 +185,15 @@ void write_store(const StoreRef &store, const Records &records, bool force, bool
     s.handle = kvs_open(tmp.c_str(), &rc);
     if (rc) {
       s.handle = 0;
-      throw ToolError("cannot open new store " + std::string(tmp_file) + ": " + why(rc));
+      throw ToolError("cannot open new store " + std::string(tmp_file) + ": " + why(rc) + "; " + kWriteAdvice);
     }
     fill(s.handle, records, progress);
-    if ((rc = s.close())) throw ToolError("cannot write store " + std::string(tmp_file) + ": " + why(rc));
+    if ((rc = s.close())) throw ToolError("cannot write store " + std::string(tmp_file) + ": " + why(rc) + "; " + kWriteAdvice);
     if (g_interrupted) throw ToolError("interrupted; no store was written");
     fs::rename(tmp_file, store.file, ec);
-    if (ec) throw ToolError("cannot move the new store to " + store.file + ": " + ec.message());
+    if (ec) throw ToolError("cannot move the new store to " + store.file + ": " + ec.message() + "; " + kWriteAdvice);
     fs::remove(std::string(tmp_file) + "-lock", ec);
+    folders.keep();
   } catch (...) {
     kvs_remove(tmp.c_str());
     throw;
