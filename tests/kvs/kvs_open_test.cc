@@ -7,6 +7,7 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
+#include <vector>
 #include <thread>
 
 #include "kvs_admin.h"
@@ -126,4 +127,40 @@ TEST_F(KvsTest, OpenAfterCloseSeesTheStoreAsItIsNow) {
     c.between();
     EXPECT_EQ(contents(), c.want);
   }
+}
+
+// The handle table: 64 stores open at once, each number finds its own store,
+// a 65th open is refused, and a closed number stays dead after its slot was
+// taken by a later handle.
+TEST_F(KvsTest, SixtyFourHandlesEachFindTheirStoreAndNumbersAreNeverReused) {
+  auto url = [&](int i) { return "nonvolatile:" + dir_.path() + "/s" + std::to_string(i); };
+  auto first_key = [&](kvs_service_t s) {
+    retcode_t st = 1;
+    return bytes(kvs_move2location(s, KVS_LOC_FIRST, &st));
+  };
+  std::vector<kvs_service_t> open;
+  for (int i = 0; i <= 64; i++) {
+    ASSERT_EQ(kvs_create(url(i).c_str()), 0u);
+    retcode_t st = 1;
+    kvs_service_t s = kvs_open(url(i).c_str(), &st);
+    Bytes k = "k" + std::to_string(i), v = "v";
+    kvs_datum_t kd = datum(k), vd = datum(v);
+    if (i < 64) {
+      ASSERT_EQ(st, 0u) << i;
+      ASSERT_EQ(kvs_store(s, KVS_STORE_REPLACE, &kd, &vd), 0u);
+      open.push_back(s);
+    } else {
+      EXPECT_EQ(st, KVS_ERR_TOO_MANY);
+    }
+  }
+  ASSERT_EQ(kvs_close(open[0]), 0u);
+  retcode_t st = 1;
+  kvs_service_t late = kvs_open(url(64).c_str(), &st);
+  ASSERT_EQ(st, 0u);
+  EXPECT_GT(late, open.back());
+  kvs_getkey(open[0], &st);
+  EXPECT_EQ(st, KVS_ERR_BAD_HANDLE) << "a closed number finds nothing, also once its slot is taken again";
+  for (int i = 1; i < 64; i++) EXPECT_EQ(first_key(open[i]), "k" + std::to_string(i)) << i;
+  for (int i = 1; i < 64; i++) EXPECT_EQ(kvs_close(open[i]), 0u);
+  EXPECT_EQ(kvs_close(late), 0u);
 }

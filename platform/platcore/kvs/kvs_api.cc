@@ -1,10 +1,6 @@
-// The runtime store's service calls: handle table, fault injection and the
-// journal around kvs::Handle.
-#include <sys/stat.h>
-
+// The runtime store's service calls: fault injection and the journal around
+// kvs::Handle, found by number in the handle table (kvs_registry.h).
 #include <cstdio>
-#include <map>
-#include <mutex>
 #include <new>
 #include <string>
 
@@ -17,19 +13,6 @@
 namespace kvs {
 
 namespace {
-
-constexpr size_t kMaxOpen = 64;
-
-struct Registry {
-  std::mutex mu;
-  std::map<kvs_service_t, Handle *> open;
-  kvs_service_t next_id = 1;  // never reused, so a stale handle is recognised
-};
-
-Registry &registry() {
-  static Registry *r = new Registry;
-  return *r;
-}
 
 // Hex of a datum for the journal, e.g. "37 00 11 22" (at most 64 bytes).
 std::string hex(const kvs_datum_t *d) {
@@ -52,36 +35,22 @@ const char *mode_name(int mode) {
 
 }  // namespace
 
-bool is_open(const std::string &file) {
-  struct stat st;
-  if (stat(file.c_str(), &st) != 0) return false;
-  Registry &r = registry();
-  std::lock_guard lock(r.mu);
-  for (const auto &[id, h] : r.open)
-    if (h->dev() == st.st_dev && h->ino() == st.st_ino) return true;
-  return false;
-}
-
 }  // namespace kvs
 
 using kvs::hex;
 using kvs::mode_name;
-using kvs::registry;
 
-// Runs body on the handle under the registry lock, or fails with
-// KVS_ERR_BAD_HANDLE. No exception leaves: an allocation failure inside the
-// store becomes PLAT_ERR_NO_MEMORY.
+// Runs body on the handle, or fails with KVS_ERR_BAD_HANDLE. No exception
+// leaves: an allocation failure inside the store becomes PLAT_ERR_NO_MEMORY.
 template <typename Body>
 static auto with_handle(kvs_service_t service, retcode_t &st, Body body) -> decltype(body(nullptr)) {
-  auto &r = registry();
-  std::lock_guard lock(r.mu);
-  auto it = r.open.find(service);
-  if (it == r.open.end()) {
+  kvs::Handle *h = kvs::find_handle(service);
+  if (!h) {
     st = KVS_ERR_BAD_HANDLE;
     return decltype(body(nullptr)){};
   }
   try {
-    return body(it->second);
+    return body(h);
   } catch (const std::bad_alloc &) {
     st = PLAT_ERR_NO_MEMORY;
     return decltype(body(nullptr)){};
@@ -124,19 +93,12 @@ extern "C" kvs_service_t kvs_open(const char *url, retcode_t *status) {
   if (st == 0 && kvs::is_open(file)) st = KVS_ERR_BUSY;
   if (st == 0) {
     try {
-      auto &r = registry();
       kvs::Handle *h = nullptr;
-      {
-        std::lock_guard lock(r.mu);
-        if (r.open.size() >= kvs::kMaxOpen) st = KVS_ERR_TOO_MANY;
-      }
+      if (kvs::open_count() >= kvs::kMaxOpen) st = KVS_ERR_TOO_MANY;
       // Opening may wait for another process's writer: not under the lock.
       if (st == 0) st = kvs::Handle::open(file, &h);
-      if (st == 0) {
-        std::lock_guard lock(r.mu);
-        id = r.next_id++;
-        r.open[id] = h;
-      }
+      // Another thread may have taken the last slot meanwhile.
+      if (st == 0 && (st = kvs::add_handle(h, &id)) != 0) delete h;
     } catch (const std::bad_alloc &) {
       st = PLAT_ERR_NO_MEMORY;
     }
@@ -147,16 +109,7 @@ extern "C" kvs_service_t kvs_open(const char *url, retcode_t *status) {
 }
 
 extern "C" retcode_t kvs_close(kvs_service_t service) {
-  auto &r = registry();
-  kvs::Handle *h = nullptr;
-  {
-    std::lock_guard lock(r.mu);
-    auto it = r.open.find(service);
-    if (it != r.open.end()) {
-      h = it->second;
-      r.open.erase(it);
-    }
-  }
+  kvs::Handle *h = kvs::remove_handle(service);
   retcode_t st = KVS_ERR_BAD_HANDLE;
   plat_fault_t f;
   bool injected = plat_fault_hit("kvs_close", &f);
