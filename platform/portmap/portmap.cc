@@ -6,13 +6,16 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "plat_hooks.h"
 #include "portmap.h"
@@ -21,19 +24,32 @@
 
 namespace {
 
-struct Cache {
-  std::mutex mu;
-  bool loaded = false;
-  bool have_path = false;  // PLAT_PORTMAP_TABLE was set when loaded
+// One reading of the table named by PLAT_PORTMAP_TABLE; never changed once
+// published.
+struct Loaded {
+  bool have_path = false;  // PLAT_PORTMAP_TABLE was set
   std::string path;        // and its value
   bool bad = false;        // the table could not be read or parsed
   portmap::Table table;
+};
+
+// Lookups read the published reading without a lock (a lock on every
+// lookup waited for the caller's pending stores and cost more than the
+// lookup); readings are made under the lock and kept until exit, since a
+// lookup of another thread may still be reading an older one.
+struct Cache {
+  std::mutex mu;
+  std::atomic<const Loaded *> now{nullptr};
+  std::vector<std::unique_ptr<Loaded>> all;
 };
 
 Cache &cache() {
   static Cache *c = new Cache;  // never destroyed: lookups may come from exit handlers
   return *c;
 }
+
+// Whether l was read for the variable's present value env.
+bool fits(const Loaded &l, const char *env) { return l.have_path == (env != nullptr) && (!env || l.path == env); }
 
 // Whole contents of path; false with errno set when it cannot be read.
 bool read_whole(const std::string &path, std::string &out) {
@@ -53,34 +69,38 @@ bool read_whole(const std::string &path, std::string &out) {
   }
 }
 
-// Reads the table named by env (null or empty: none) into c.
-void load_locked(Cache &c, const char *env) {
-  c.loaded = true;
-  c.have_path = env != nullptr;
-  c.path = env ? env : "";
-  c.bad = false;
-  c.table.clear();
-  if (c.path.empty()) return;
-  std::string text;
-  if (!read_whole(c.path, text)) {
-    std::fprintf(stderr, "portmap: %s: cannot read the table: %s\n", c.path.c_str(), std::strerror(errno));
-    c.bad = true;
-    return;
+// Reads the table named by env (null or empty: none) and publishes it.
+const Loaded *load_locked(Cache &c, const char *env) {
+  auto l = std::make_unique<Loaded>();
+  l->have_path = env != nullptr;
+  l->path = env ? env : "";
+  if (!l->path.empty()) {
+    std::string text;
+    unsigned line = 0;
+    std::string problem;
+    if (!read_whole(l->path, text)) {
+      std::fprintf(stderr, "portmap: %s: cannot read the table: %s\n", l->path.c_str(), std::strerror(errno));
+      l->bad = true;
+    } else if (!portmap::parse_table(text, l->table, line, problem)) {
+      std::fprintf(stderr, "portmap: %s:%u: %s\n", l->path.c_str(), line, problem.c_str());
+      l->table.clear();
+      l->bad = true;
+    }
   }
-  unsigned line = 0;
-  std::string problem;
-  if (!portmap::parse_table(text, c.table, line, problem)) {
-    std::fprintf(stderr, "portmap: %s:%u: %s\n", c.path.c_str(), line, problem.c_str());
-    c.table.clear();
-    c.bad = true;
-  }
+  c.all.push_back(std::move(l));
+  c.now.store(c.all.back().get(), std::memory_order_release);
+  return c.all.back().get();
 }
 
-// Loads the table unless the cached one is for the variable's present value.
-void refresh_locked(Cache &c) {
+// The reading for the variable's present value, made now unless the
+// published one is for it.
+const Loaded *reading(Cache &c) {
   const char *env = std::getenv("PLAT_PORTMAP_TABLE");
-  if (c.loaded && c.have_path == (env != nullptr) && (!env || c.path == env)) return;
-  load_locked(c, env);
+  const Loaded *l = c.now.load(std::memory_order_acquire);
+  if (l && fits(*l, env)) return l;
+  std::lock_guard lock(c.mu);
+  l = c.now.load(std::memory_order_relaxed);
+  return l && fits(*l, env) ? l : load_locked(c, env);
 }
 
 retcode_t slot_from_encoding(if_index_t idx, slot_num_t *slot) {
@@ -93,18 +113,15 @@ retcode_t slot_from_encoding(if_index_t idx, slot_num_t *slot) {
 }
 
 retcode_t lookup(if_index_t idx, slot_num_t *slot) {
-  Cache &c = cache();
-  std::lock_guard lock(c.mu);
+  const Loaded *l;
   try {
-    refresh_locked(c);
+    l = reading(cache());
   } catch (const std::bad_alloc &) {
-    c.loaded = false;  // try again at the next lookup
-    c.table.clear();
-    return PLAT_ERR_NO_MEMORY;
+    return PLAT_ERR_NO_MEMORY;  // nothing was published: the next lookup tries again
   }
-  if (c.bad) return PORTMAP_ERR_TABLE;
-  auto it = c.table.find(idx);
-  if (it == c.table.end()) return slot_from_encoding(idx, slot);
+  if (l->bad) return PORTMAP_ERR_TABLE;
+  auto it = l->table.find(idx);
+  if (it == l->table.end()) return slot_from_encoding(idx, slot);
   if (it->second.status != 0) return it->second.status;
   *slot = it->second.slot;
   return PLAT_OK;
@@ -133,11 +150,9 @@ extern "C" int portmap_table_reload(void) {
   Cache &c = cache();
   std::lock_guard lock(c.mu);
   try {
-    load_locked(c, std::getenv("PLAT_PORTMAP_TABLE"));
+    return load_locked(c, std::getenv("PLAT_PORTMAP_TABLE"))->bad ? -1 : 0;
   } catch (const std::bad_alloc &) {
-    c.loaded = false;
-    c.table.clear();
+    c.now.store(nullptr, std::memory_order_release);  // the next lookup reads the table again
     return -1;
   }
-  return c.bad ? -1 : 0;
 }
