@@ -37,7 +37,7 @@
 #include <vector>
 
 #include "if_index.h"
-#include "synth.h"
+#include "store/synth.h"
 #include "wayshunt.h"
 
 namespace {

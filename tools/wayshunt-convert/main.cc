@@ -5,7 +5,7 @@
 #include <new>
 #include <string>
 
-#include "commands.h"
+#include "commands/commands.h"
 #include "tool_error.h"
 
 namespace {

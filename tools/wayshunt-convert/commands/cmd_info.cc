@@ -1,0 +1,49 @@
+// 'info': what a store is at a glance (see store_profile.h).
+#include <iostream>
+#include <memory>
+
+#include "commands/commands.h"
+#include "store/store_io.h"
+#include "compare/store_profile.h"
+
+namespace wsc {
+
+namespace {
+
+struct InfoOptions {
+  std::string store;
+  bool json = false;
+};
+
+void run_info(const InfoOptions &o) {
+  StoreRef store = resolve_store(o.store);
+  Records records = read_store(store);
+  StoreProfile p = profile_store(records);
+  if (o.json)
+    std::cout << profile_to_json(p, store.file).dump(2) << "\n";
+  else
+    print_profile(p, store.file, std::cout);
+  std::cout.flush();
+}
+
+}  // namespace
+
+void add_info_command(CLI::App &app) {
+  auto o = std::make_shared<InfoOptions>();
+  CLI::App *cmd = app.add_subcommand("info", "Show what a store is at a glance: records, sizes and era per key type.");
+  cmd->add_option("store", o->store, kStoreArgHelp)->required();
+  cmd->add_flag("--json", o->json, "Write the summary as JSON");
+  cmd->footer(
+      "Prints the records and bytes (keys and values) per key type, the key and value sizes found\n"
+      "per type (with their counts where a type has more than one), and the release era whose stored\n"
+      "forms every record fits: 3.2, 4.1.3 or lower, 4.2 and above; 'either of: ...' when the forms\n"
+      "cannot tell (no flow-thru record, say); 'mixed' when no era fits all, naming the records that do\n"
+      "not fit the era most records fit. A store moved down keeps its later RW values, so a store\n"
+      "moved down to 3.2 reads as 4.1.3 or lower. Exit status 0, or 2 on error.\n\n"
+      "Example:\n"
+      "  wayshunt-convert info /tmp/img/mnt/kvs\n"
+      "  wayshunt-convert info --json nonvolatile:/tmp/img/mnt/kvs/wayshunt_runtime_ha");
+  cmd->callback([o] { run_info(*o); });
+}
+
+}  // namespace wsc
