@@ -30,9 +30,10 @@
  *  rewritten, and the status goes up unchanged.
  *
  *  @par Log
- *  Failures leave an error record in /bootflash/wayshunt_cnv.log, which is
- *  opened only when something is written. The trace build (installed in
- *  convertwayshunt-trace/) also writes a debug trace of every step.
+ *  Failures leave an error record in /bootflash/wayshunt_cnv.log
+ *  (WAYSHUNT_CNV_LOG_PATH), which is opened only when something is written.
+ *  The trace build (installed in convertwayshunt-trace/) also writes a debug
+ *  trace of every step.
  *
  *  @par Threads and state
  *  No threads, no locks: call the functions one at a time, from one thread.
@@ -72,6 +73,10 @@ typedef uint32 wayshunt_bool_t;
 
 /** The one store this library converts, "<path>/wayshunt_runtime_ha". */
 #define WAYSHUNT_CNV_RUNTIME_KVS "wayshunt_runtime_ha"
+
+/** The conversion log the library appends its records to (see Log above),
+ *  and where readers of the log find it. */
+#define WAYSHUNT_CNV_LOG_PATH "/bootflash/wayshunt_cnv.log"
 
 /* ==== 1. Entry points: what the upgrade manager calls ==================== */
 
