@@ -61,6 +61,7 @@ int main(int argc, char **argv) {
   wsc::add_service_command(app);
   wsc::add_demo_command(app);
   wsc::add_log_command(app);
+  wsc::add_history_command(app);
 
   try {
     app.parse(argc, argv);

@@ -22,7 +22,8 @@
 #include "compare/change_summary.h"
 #include "device/fault_option.h"
 #include "records/formats.h"
-#include "compare/move_losses.h"
+#include "commands/move_flow.h"
+#include "plat_ctl.h"
 #include "store/store_io.h"
 #include "store/synth.h"
 #include "tool_error.h"
@@ -150,17 +151,13 @@ void print_standby(const DeviceImage &img, std::ostream &out) {
 
 bool move(ConversionLibrary &lib, const DeviceImage &img, const char *const (&versions)[2], const std::string &what) {
   std::cout << "\n== " << what << ": " << versions[0] << " -> " << versions[1] << "\n";
-  prepare_move(img, versions[0], versions[1]);
   Records before = read_store(resolve_store(img.store_file()));
-  bool down = false;
-  std::vector<std::string> conversions = lib.store_conversions(versions[0], versions[1], down);
-  std::cout << "-- what the move will lose\n";
-  print_losses(foresee_losses(before, conversions, down), std::cout);
-  arm_faults({});  // the library's calls counted from its first, as in 'run'
-  bool ok = run_steps(lib, img, {Step::running, Step::startup, Step::gsync}, versions[0], versions[1], std::cout);
+  MoveOptions o;
+  o.from = versions[0], o.to = versions[1], o.image = img.dir;
+  MoveVerdict v = run_move(o, lib, img, std::cout);
   std::cout << "-- what changed\n";
   print_change_summary(before, read_store(resolve_store(img.store_file())), std::cout);
-  return ok;
+  return v.statuses_ok && !v.damaged;
 }
 
 void run_demo(const DemoOptions &o) {
@@ -169,7 +166,8 @@ void run_demo(const DemoOptions &o) {
   unsetenv("PLAT_KVS_ROOT");
   std::string library = find_library(false);
   build_image(img, o.records);
-  enter_device_root(img);
+  disarm_faults();            // the tool's own reads meet no rule
+  plat_journal_set(nullptr);  // and are not journaled
   ConversionLibrary lib(library);
   std::cout << "library " << library << "; the image is shown at /bootflash and /mnt/kvs in a private mount namespace\n";
 

@@ -1,6 +1,7 @@
 // Comparison of two stores by key and field, and its text and JSON forms.
 #include "compare/store_compare.h"
 
+#include <algorithm>
 #include <map>
 #include <ostream>
 
@@ -53,22 +54,38 @@ Json field_json(const FieldChange &f) {
 
 }  // namespace
 
+namespace {
+
+// The records in key order: as they are when already sorted (as a store
+// hands them out), else sorted.
+std::vector<const Record *> in_key_order(const Records &records) {
+  std::vector<const Record *> out;
+  out.reserve(records.size());
+  for (const Record &r : records) out.push_back(&r);
+  auto by_key = [](const Record *x, const Record *y) { return x->key < y->key; };
+  if (!std::is_sorted(out.begin(), out.end(), by_key)) std::stable_sort(out.begin(), out.end(), by_key);
+  return out;
+}
+
+}  // namespace
+
 StoreChanges compare_stores(const Records &a, const Records &b) {
-  std::map<Bytes, const Record *> left, right;
-  for (const Record &r : a) left[r.key] = &r;
-  for (const Record &r : b) right[r.key] = &r;
+  std::vector<const Record *> left = in_key_order(a), right = in_key_order(b);
   StoreChanges res;
-  for (const auto &[key, ra] : left) {
-    auto it = right.find(key);
-    if (it == right.end())
-      res.removed.push_back(ra);
-    else if (ra->value != it->second->value)
-      res.changed.push_back({ra, it->second, field_changes(*ra, *it->second)});
-    else
-      ++res.unchanged;
+  size_t i = 0, j = 0;
+  while (i < left.size() || j < right.size()) {
+    if (j == right.size() || (i < left.size() && left[i]->key < right[j]->key)) {
+      res.removed.push_back(left[i++]);
+    } else if (i == left.size() || right[j]->key < left[i]->key) {
+      res.added.push_back(right[j++]);
+    } else {
+      if (left[i]->value != right[j]->value)
+        res.changed.push_back({left[i], right[j], field_changes(*left[i], *right[j])});
+      else
+        ++res.unchanged;
+      ++i, ++j;
+    }
   }
-  for (const auto &[key, rb] : right)
-    if (!left.count(key)) res.added.push_back(rb);
   return res;
 }
 

@@ -16,12 +16,6 @@ namespace {
 // Disagreeing records shown in the text; the JSON holds all of them.
 constexpr size_t kShown = 10;
 
-std::string titles(unsigned eras) {
-  std::string out;
-  for (size_t e = 0; e < kEraTitles.size(); ++e)
-    if (eras & (1u << e)) out += (out.empty() ? "" : ", ") + kEraTitles[e];
-  return out;
-}
 
 // "18" for one size, "18 (3), 22 (487)" for several.
 std::string sizes(const std::map<size_t, size_t> &counts) {
@@ -51,6 +45,13 @@ unsigned majority_era(const Records &records) {
 
 }  // namespace
 
+std::string era_titles(unsigned eras) {
+  std::string out;
+  for (size_t e = 0; e < kEraTitles.size(); ++e)
+    if (eras & (1u << e)) out += (out.empty() ? "" : ", ") + kEraTitles[e];
+  return out;
+}
+
 std::vector<std::string> era_names(unsigned eras) {
   std::vector<std::string> out;
   for (size_t e = 0; e < kEraNames.size(); ++e)
@@ -60,7 +61,7 @@ std::vector<std::string> era_names(unsigned eras) {
 
 StoreProfile profile_store(const Records &records) {
   StoreProfile p;
-  p.fits = kAllEras;
+  p.fits = p.fits_moved_down = kAllEras;
   for (const Record &r : records) {
     TypeProfile &t = p.types[r.type()];
     ++t.records;
@@ -68,6 +69,7 @@ StoreProfile profile_store(const Records &records) {
     ++t.key_sizes[r.key.size()];
     ++t.value_sizes[r.value.size()];
     p.fits &= eras_fitting(r);
+    p.fits_moved_down &= eras_fitting(r, true);
   }
   p.records = records.size();
   for (const auto &[type, t] : p.types) p.bytes += t.bytes;
@@ -79,9 +81,9 @@ StoreProfile profile_store(const Records &records) {
 }
 
 std::string era_verdict(const StoreProfile &p) {
-  if (std::popcount(p.fits) == 1) return titles(p.fits);
-  if (p.fits) return "either of: " + titles(p.fits);
-  return "mixed: " + std::to_string(p.records - p.disagreeing.size()) + " records fit " + titles(p.majority) + ", " +
+  if (std::popcount(p.fits) == 1) return era_titles(p.fits);
+  if (p.fits) return "either of: " + era_titles(p.fits);
+  return "mixed: " + std::to_string(p.records - p.disagreeing.size()) + " records fit " + era_titles(p.majority) + ", " +
          std::to_string(p.disagreeing.size()) + " do not";
 }
 
@@ -113,7 +115,7 @@ void print_profile(const StoreProfile &p, const std::string &store, std::ostream
   for (size_t i = 0; i < p.disagreeing.size() && i < kShown; ++i) {
     const Record &r = *p.disagreeing[i];
     out << "  not " << era_names(p.majority).front() << ": " << type_label(r.type()) << " " << to_hex(r.key) << " (key "
-        << r.key.size() << ", value " << r.value.size() << " bytes; fits " << (eras_fitting(r) ? titles(eras_fitting(r)) : "no era")
+        << r.key.size() << ", value " << r.value.size() << " bytes; fits " << (eras_fitting(r) ? era_titles(eras_fitting(r)) : "no era")
         << ")\n";
   }
   if (p.disagreeing.size() > kShown) out << "  ... and " << p.disagreeing.size() - kShown << " more (see --json)\n";

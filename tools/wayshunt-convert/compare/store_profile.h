@@ -23,6 +23,7 @@ struct StoreProfile {
   size_t records = 0, bytes = 0;
   std::map<uint8_t, TypeProfile> types;
   unsigned fits = 0;      // eras every record fits (bits as eras_fitting)
+  unsigned fits_moved_down = 0;  // the same, with the RW values a move down keeps
   unsigned majority = 0;  // when none: the era most records fit
   std::vector<const Record *> disagreeing;  // when none: the records that do not fit the majority era
 };
@@ -32,6 +33,9 @@ StoreProfile profile_store(const Records &records);
 
 // "4.2 and above", "either of: 3.2, 4.1.3 or lower", or "mixed: ...".
 std::string era_verdict(const StoreProfile &p);
+
+// "3.2", "3.2, 4.1.3 or lower": the eras of a bit set as operators read them.
+std::string era_titles(unsigned eras);
 
 // Names of the eras of a bit set, e.g. ["3.2", "4.1"].
 std::vector<std::string> era_names(unsigned eras);

@@ -3,7 +3,6 @@
 // manager calls it.
 #include "device/device_image.h"
 
-#include <dlfcn.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
@@ -16,7 +15,7 @@
 #include <sstream>
 
 #include "devroot.h"
-#include "status.h"
+#include "store/store_arg.h"
 #include "tool_error.h"
 #include "wayshunt_stored_files.h"
 
@@ -33,10 +32,6 @@ const std::vector<std::string> kServiceFiles = [] {
 
 namespace {
 
-constexpr const char *kDevicePath = "/mnt/kvs";
-constexpr const char *kPackage = "wayshunt";
-constexpr const char *kLibraryName = "libconvertwayshunt.so";
-
 void write_text(const std::string &path, const std::string &text) {
   std::ofstream f(path, std::ios::binary | std::ios::trunc);
   f << text;
@@ -44,35 +39,20 @@ void write_text(const std::string &path, const std::string &text) {
   if (!f) throw ToolError("cannot write " + path + "; check the folder's permissions");
 }
 
-std::string read_from(const std::string &path, std::uintmax_t offset) {
-  std::ifstream f(path, std::ios::binary);
-  if (!f) return "";
-  f.seekg(static_cast<std::streamoff>(offset));
-  std::ostringstream s;
-  s << f.rdbuf();
-  return s.str();
-}
-
-std::uintmax_t size_of(const std::string &path) {
-  std::error_code ec;
-  std::uintmax_t n = fs::file_size(path, ec);
-  return ec ? 0 : n;
-}
-
-// Folders where the libraries may lie: beside the tool's bin/ folder, and
-// where the platform library this tool runs with was found.
-std::vector<fs::path> library_dirs() {
-  std::vector<fs::path> dirs;
-  fs::path prefix = fs::path(program_dir()).parent_path();
-  dirs.push_back(prefix / "lib");
-  dirs.push_back(prefix / "lib64");
-  Dl_info info{};
-  if (dladdr(reinterpret_cast<void *>(&retcode2str), &info) && info.dli_fname)
-    dirs.push_back(fs::absolute(info.dli_fname).parent_path());
-  return dirs;
-}
-
 }  // namespace
+
+std::string device_kvs_dir() {
+  std::string dir = WAYSHUNT_STORED_FILE_DIR;  // "/mnt/kvs/"
+  return dir.substr(0, dir.find_last_not_of('/') + 1);
+}
+
+std::string device_log_dir() { return fs::path(WAYSHUNT_CNV_LOG_PATH).parent_path().string(); }
+
+std::string DeviceImage::store_file() const {
+  return mnt_kvs() + "/" + WAYSHUNT_CNV_RUNTIME_KVS + kStoreFileExtension;
+}
+
+std::string DeviceImage::log_file() const { return dir + WAYSHUNT_CNV_LOG_PATH; }
 
 DeviceImage image_at(const std::string &dir, bool need_store) {
   DeviceImage img{fs::absolute(dir).lexically_normal().string()};
@@ -92,6 +72,38 @@ void make_image_folders(const DeviceImage &img) {
     fs::create_directories(d, ec);
     if (ec) throw ToolError("cannot create " + d + " (" + ec.message() + "); check the image folder's permissions");
   }
+}
+
+DeviceImage copy_image(const DeviceImage &img, const std::string &to) {
+  DeviceImage copy{to};
+  try {
+    fs::create_directories(to);
+    for (auto it = fs::recursive_directory_iterator(img.dir); it != fs::recursive_directory_iterator(); ++it) {
+      fs::path dst = to / it->path().lexically_relative(img.dir);
+      fs::file_status st = it->symlink_status();
+      if (fs::is_directory(st))
+        fs::create_directory(dst);
+      else if (fs::is_regular_file(st))
+        fs::copy_file(it->path(), dst);
+      else if (fs::is_symlink(st))
+        fs::copy_symlink(it->path(), dst);
+    }
+  } catch (const fs::filesystem_error &e) {
+    throw ToolError(std::string("cannot copy the image: ") + e.what() + "; check free space in TMPDIR");
+  }
+  return copy;
+}
+
+TempFolder::TempFolder(const std::string &what) {
+  const char *tmp = std::getenv("TMPDIR");
+  std::string tmpl = std::string(tmp && *tmp ? tmp : "/tmp") + "/wayshunt-" + what + ".XXXXXX";
+  if (!mkdtemp(tmpl.data())) throw ToolError("cannot create a temporary folder in " + tmpl + "; set TMPDIR to a writable folder");
+  path_ = tmpl;
+}
+
+TempFolder::~TempFolder() {
+  std::error_code ec;
+  fs::remove_all(path_, ec);
 }
 
 void check_version(const std::string &option, const std::string &text) {
@@ -121,113 +133,10 @@ void prepare_move(const DeviceImage &img, const std::string &from, const std::st
 }
 
 void enter_device_root(const DeviceImage &img) {
-  std::string why = devroot::enter({{"/bootflash", img.bootflash()}, {kDevicePath, img.mnt_kvs()}});
+  std::string why = devroot::enter({{"/bootflash", img.bootflash()}, {device_kvs_dir(), img.mnt_kvs()}});
   if (!why.empty())
     throw ToolError("cannot show the image at /bootflash and /mnt/kvs: " + why +
                     "; allow unprivileged user namespaces (sysctl kernel.unprivileged_userns_clone=1) or run as root");
-}
-
-std::string program_dir() {
-  std::error_code ec;
-  fs::path exe = fs::read_symlink("/proc/self/exe", ec);
-  if (ec) throw ToolError("cannot find this program's folder (/proc/self/exe: " + ec.message() + "); give --library PATH");
-  return exe.parent_path().string();
-}
-
-std::string find_library(bool trace) {
-  std::vector<fs::path> tried;
-  for (const fs::path &dir : library_dirs()) {
-    std::vector<fs::path> names = {dir / kLibraryName};
-    if (trace) names = {dir / "gate-open" / kLibraryName, dir / "convertwayshunt-trace" / kLibraryName};
-    for (const fs::path &p : names) {
-      std::error_code ec;
-      if (fs::is_regular_file(p, ec)) return p.lexically_normal().string();
-      tried.push_back(p.lexically_normal());
-    }
-  }
-  std::string where;
-  for (const fs::path &p : tried) where += (where.empty() ? "" : ", ") + p.string();
-  throw ToolError(std::string("cannot find the ") + (trace ? "trace build of " : "") + kLibraryName + " (looked at " +
-                  where + "); build it or give --library PATH");
-}
-
-std::string step_name(Step s) {
-  switch (s) {
-    case Step::running: return "running";
-    case Step::startup: return "startup";
-    case Step::gsync: return "gsync";
-    case Step::fs_upg: return "fs_upg";
-  }
-  return "?";
-}
-
-ConversionLibrary::ConversionLibrary(const std::string &path) : handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
-  if (!handle_) {
-    const char *why = dlerror();
-    throw ToolError(std::string("cannot load the conversion library: ") + (why ? why : path) +
-                    "; build it or give --library PATH");
-  }
-  for (const char *name : {"convert_running", "convert_startup", "convert_gsync", "convert_running_fs_upg"}) {
-    if (!dlsym(handle_, name)) {
-      dlclose(handle_);
-      throw ToolError(path + " is not the conversion library (no " + name + "); give the path of " + kLibraryName);
-    }
-  }
-}
-
-ConversionLibrary::~ConversionLibrary() { dlclose(handle_); }
-
-uint32_t ConversionLibrary::call(Step step, const std::string &from, const std::string &to, std::string &call_text) {
-  using Running = uint32_t(char *, char *, char *);
-  using Convert = uint32_t(char *, char *, char *, char *);
-  using FsUpg = uint32_t(char *, char *);
-  // The entry points take char *: hand them copies that they may not write anyway.
-  std::string path = kDevicePath, pkg = kPackage, f = from, t = to;
-  auto quoted = [](const std::vector<std::string> &args) {
-    std::string s;
-    for (const std::string &a : args) s += (s.empty() ? "\"" : ", \"") + a + "\"";
-    return s;
-  };
-  switch (step) {
-    case Step::running:
-      call_text = "convert_running(" + quoted({pkg, from, to}) + ")";
-      return reinterpret_cast<Running *>(dlsym(handle_, "convert_running"))(pkg.data(), f.data(), t.data());
-    case Step::startup:
-      call_text = "convert_startup(" + quoted({path, pkg, to, from}) + ")";
-      return reinterpret_cast<Convert *>(dlsym(handle_, "convert_startup"))(path.data(), pkg.data(), t.data(), f.data());
-    case Step::gsync:
-      call_text = "convert_gsync(" + quoted({path, pkg, to, from}) + ")";
-      return reinterpret_cast<Convert *>(dlsym(handle_, "convert_gsync"))(path.data(), pkg.data(), t.data(), f.data());
-    case Step::fs_upg:
-      call_text = "convert_running_fs_upg(" + quoted({path, pkg}) + ")";
-      return reinterpret_cast<FsUpg *>(dlsym(handle_, "convert_running_fs_upg"))(path.data(), pkg.data());
-  }
-  return 0;
-}
-
-std::vector<std::string> ConversionLibrary::store_conversions(const std::string &from, const std::string &to,
-                                                             bool &down) {
-  using Split = int(char *, int32_t *, int32_t *, int32_t *);
-  using Predicate = uint32_t();
-  auto sym = [this](const char *name) {
-    void *p = dlsym(handle_, name);
-    if (!p) throw ToolError(std::string("the conversion library lacks ") + name + "; give a library of this build");
-    return p;
-  };
-  auto ask = [&](const char *name) { return reinterpret_cast<Predicate *>(sym(name))() != 0; };
-  std::string f = from, t = to;
-  int32_t patch = 0;
-  auto split = reinterpret_cast<Split *>(sym("split_version"));
-  split(f.data(), static_cast<int32_t *>(sym("from_major")), static_cast<int32_t *>(sym("from_minor")), &patch);
-  split(t.data(), static_cast<int32_t *>(sym("to_major")), static_cast<int32_t *>(sym("to_minor")), &patch);
-  std::vector<std::string> out;
-  down = ask("wayshunt_cnv_is_downgrade");
-  if (down && ask("wayshunt_cnv_to_413_or_lower")) out.push_back("to 4.1.3 or lower");
-  if (down && ask("wayshunt_cnv_to_32")) out.push_back("to 3.2");
-  if (!ask("wayshunt_cnv_is_upgrade") || ask("wayshunt_cnv_from_31_or_lower")) return out;
-  if (ask("wayshunt_cnv_from_32")) out.push_back("from 3.2");
-  if (ask("wayshunt_cnv_from_413_or_lower")) out.push_back("from 4.1.3 or lower");
-  return out;
 }
 
 FileSet files_below(const std::string &dir) {
@@ -261,44 +170,6 @@ std::vector<std::string> file_changes(const FileSet &before, const FileSet &afte
   for (const auto &[path, state] : before)
     if (!after.count(path)) lines.push_back(indent + "- " + path);
   return lines;
-}
-
-bool run_steps(ConversionLibrary &lib, const DeviceImage &img, const std::vector<Step> &steps, const std::string &from,
-               const std::string &to, std::ostream &out, std::vector<StepResult> *results) {
-  for (Step step : steps) {
-    std::uintmax_t log_start = size_of(img.log_file());
-    FileSet standby_before = files_below(img.standby());
-    std::string call;
-    uint32_t rc = lib.call(step, from, to, call);
-    char code[16];
-    std::snprintf(code, sizeof code, "0x%08x", rc);
-    out << call << " = " << code << " (" << retcode2str(rc) << ")\n";
-    std::vector<std::string> arrived = file_changes(standby_before, files_below(img.standby()), "    ");
-    if (!arrived.empty()) {
-      out << "  standby (" << img.standby() << "):\n";
-      for (const std::string &line : arrived) out << line << "\n";
-    }
-    std::string log = read_from(img.log_file(), log_start);
-    if (results) {
-      results->push_back({call, rc, retcode2str(rc), {}, log});
-      for (const std::string &line : arrived) results->back().standby.push_back(line.substr(4));
-    }
-    if (!log.empty()) {
-      out << "  conversion log (/bootflash/wayshunt_cnv.log), written by this call:\n";
-      std::istringstream lines(log);
-      for (std::string line; std::getline(lines, line);)
-        if (!line.empty()) out << "    " << line << "\n";
-    }
-    if (rc != 0 && step == Step::startup)
-      out << "  convert_startup fails only when it cannot bind a hub queue: check " << img.hub() << "\n";
-    if (rc != 0) {
-      out << "stopped: " << step_name(step) << " failed, as an upgrade manager stops the move\n";
-      out.flush();
-      return false;
-    }
-  }
-  out.flush();
-  return true;
 }
 
 }  // namespace wsc

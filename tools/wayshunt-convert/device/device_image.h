@@ -29,6 +29,7 @@
 
 #include "hub_defs.h"
 #include "wayshunt_cli.h"
+#include "wayshunt_cnv.h"
 
 namespace wsc {
 
@@ -39,15 +40,23 @@ extern const std::vector<std::string> kServiceFiles;
 inline constexpr int kServiceSap = HUB_SAP_WAYSHUNT;
 inline constexpr int kServiceOpcode = WAYSHUNT_CLI_HUB_OPCODE;
 
+// Where the library finds things on a switch: the folder of the runtime
+// store and the service's stored files, and the folder of the conversion log.
+// An image mirrors them below its own folder.
+std::string device_kvs_dir();    // "/mnt/kvs"
+std::string device_log_dir();    // "/bootflash"
+
 struct DeviceImage {
   std::string dir;  // absolute
-  std::string bootflash() const { return dir + "/bootflash"; }
-  std::string mnt_kvs() const { return dir + "/mnt/kvs"; }
+  std::string bootflash() const { return dir + device_log_dir(); }
+  std::string mnt_kvs() const { return dir + device_kvs_dir(); }
   std::string standby() const { return dir + "/standby"; }
   std::string hub() const { return dir + "/hub"; }
   std::string reldesc() const { return dir + "/reldesc"; }
-  std::string store_file() const { return mnt_kvs() + "/wayshunt_runtime_ha.mdb"; }
-  std::string log_file() const { return bootflash() + "/wayshunt_cnv.log"; }
+  std::string store_file() const;  // the runtime store's data file in mnt/kvs
+  std::string log_file() const;    // the conversion log in bootflash
+  // The image's record of the moves run on it, one JSON object a line.
+  std::string history_file() const { return bootflash() + "/wayshunt-convert-history.jsonl"; }
 };
 
 // The image at dir (made absolute). With need_store, throws ToolError when
@@ -55,6 +64,25 @@ struct DeviceImage {
 DeviceImage image_at(const std::string &dir, bool need_store);
 // Creates the image's folders that are missing.
 void make_image_folders(const DeviceImage &img);
+
+// A copy of the image in folder to (which must not exist), with its store
+// and files; the hub's sockets are left out, so that a conversion of the
+// copy reaches no running service. Throws ToolError.
+DeviceImage copy_image(const DeviceImage &img, const std::string &to);
+
+// A temporary folder in $TMPDIR, removed with its contents at the end of
+// the scope.
+class TempFolder {
+ public:
+  explicit TempFolder(const std::string &what);  // what: part of the folder's name
+  ~TempFolder();
+  TempFolder(const TempFolder &) = delete;
+  TempFolder &operator=(const TempFolder &) = delete;
+  const std::string &path() const { return path_; }
+
+ private:
+  std::string path_;
+};
 
 // Throws ToolError unless text is a release version such as "4.2(1a)".
 void check_version(const std::string &option, const std::string &text);
@@ -72,36 +100,6 @@ void prepare_move(const DeviceImage &img, const std::string &from, const std::st
 // process and its children. Call while the process has one thread.
 void enter_device_root(const DeviceImage &img);
 
-// Folder of this program (from /proc/self/exe).
-std::string program_dir();
-// The conversion library beside the tool: the build as configured, or the
-// trace build. Throws ToolError naming where it looked.
-std::string find_library(bool trace);
-
-// The entry points that the upgrade manager calls.
-enum class Step { running, startup, gsync, fs_upg };
-std::string step_name(Step s);
-
-// The conversion library, loaded with dlopen as the upgrade manager loads it.
-class ConversionLibrary {
- public:
-  explicit ConversionLibrary(const std::string &path);  // throws ToolError
-  ~ConversionLibrary();
-  ConversionLibrary(const ConversionLibrary &) = delete;
-  ConversionLibrary &operator=(const ConversionLibrary &) = delete;
-  // Calls the step's entry point for a move from -> to, with path "/mnt/kvs"
-  // and package "wayshunt"; call_text gets the call as written in C.
-  uint32_t call(Step step, const std::string &from, const std::string &to, std::string &call_text);
-  // The store conversions convert_gsync runs on a move from -> to, in ladder
-  // order, as the library's own release predicates decide; down tells a move
-  // down. The library's release integers are set for the question (every
-  // entry point reads them afresh); no file, log or platform call is touched.
-  std::vector<std::string> store_conversions(const std::string &from, const std::string &to, bool &down);
-
- private:
-  void *handle_;
-};
-
 // A file's contents, and its inode and change time, which tell a file
 // written anew with the same contents from one left alone.
 struct FileState {
@@ -115,22 +113,6 @@ FileSet files_below(const std::string &dir);
 // file written anew), "- path" for what differs from before to after, each
 // prefixed by indent.
 std::vector<std::string> file_changes(const FileSet &before, const FileSet &after, const std::string &indent);
-
-// What one entry point's call did.
-struct StepResult {
-  std::string call;   // as written in C
-  uint32_t status = 0;
-  std::string status_text;
-  std::vector<std::string> standby;  // file_changes lines, no indent
-  std::string log;                   // what the call wrote to the conversion log
-};
-
-// Calls the steps in order on the device root entered for img, printing each
-// call and its status with its text, the files that reached the standby and
-// the part of the conversion log each call wrote. Stops at the first non-zero
-// status. True when all were 0. With results, each call's result is kept.
-bool run_steps(ConversionLibrary &lib, const DeviceImage &img, const std::vector<Step> &steps, const std::string &from,
-               const std::string &to, std::ostream &out, std::vector<StepResult> *results = nullptr);
 
 }  // namespace wsc
 

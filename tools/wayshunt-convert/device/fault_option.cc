@@ -63,10 +63,10 @@ void check_fault_rules(const std::vector<std::string> &rules) {
   arm_faults({});  // the checked rules out again; PLAT_FAULTS stays
 }
 
-void arm_faults(const std::vector<std::string> &rules) {
+void arm_faults(const std::vector<std::string> &rules, bool env) {
   plat_journal_on();
   plat_fault_reset();
-  add_rules(std::getenv("PLAT_FAULTS"));
+  if (env) add_rules(std::getenv("PLAT_FAULTS"));
   for (const std::string &rule : rules) add_rules(rule.c_str());
 }
 

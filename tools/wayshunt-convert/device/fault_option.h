@@ -17,8 +17,8 @@ extern const char *const kFaultHelp;
 void check_fault_rules(const std::vector<std::string> &rules);
 
 // Starts the library's calls afresh: drops the counts of calls the tool made
-// itself, then sets the rules of PLAT_FAULTS and those given.
-void arm_faults(const std::vector<std::string> &rules);
+// itself, then sets the rules given, and with env those of PLAT_FAULTS.
+void arm_faults(const std::vector<std::string> &rules, bool env = true);
 
 // Drops every rule, so that the tool's own store reads after a move fail
 // only when the store does.

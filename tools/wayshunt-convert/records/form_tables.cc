@@ -124,13 +124,16 @@ const Form *find_value_form(const std::string &name) { return find_form(value_fo
 const Form *key_form(const Record &r) { return form_of(key_forms(), allowed_key_forms(r.type()), r.key.size()); }
 const Form *value_form(const Record &r) { return form_of(value_forms(), allowed_value_forms(r.type()), r.value.size()); }
 
-unsigned eras_fitting(const Record &r) {
+unsigned eras_fitting(const Record &r, bool moved_down) {
   const wayshunt_type_forms_t *t = type_forms(r.type());
   if (!t) return kAllEras;
   auto fits = [](const wayshunt_form_t &f, size_t size) { return !f.name || f.size == size; };
+  const wayshunt_form_t &latest = t->value[WAYSHUNT_ERA_COUNT - 1];
   unsigned eras = 0;
   for (int era = 0; era < WAYSHUNT_ERA_COUNT; ++era)
-    if (t->stored[era] && fits(t->key[era], r.key.size()) && fits(t->value[era], r.value.size())) eras |= 1u << era;
+    if (t->stored[era] && fits(t->key[era], r.key.size()) &&
+        (fits(t->value[era], r.value.size()) || (moved_down && is_rw(r.type()) && fits(latest, r.value.size()))))
+      eras |= 1u << era;
   return eras;
 }
 

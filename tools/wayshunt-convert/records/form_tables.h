@@ -58,8 +58,9 @@ const Form *value_form(const Record &r);
 // The eras whose forms a record fits, one bit per era (bit WAYSHUNT_ERA_32
 // and so on): the type is stored in the era, and the key and value have the
 // sizes of the era's forms where the form is interpreted. A type the service
-// does not know fits every era.
-unsigned eras_fitting(const Record &r);
+// does not know fits every era. With moved_down an RW value may also have
+// the form of the latest era, which a move down keeps as it is.
+unsigned eras_fitting(const Record &r, bool moved_down = false);
 inline constexpr unsigned kAllEras = (1u << WAYSHUNT_ERA_COUNT) - 1;
 
 }  // namespace wsc

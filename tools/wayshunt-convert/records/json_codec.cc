@@ -242,6 +242,11 @@ Record record_from_json(const Json &j) {
   return r;
 }
 
+std::string field_text(const Field &f, const uint8_t *p) {
+  Json v = decode_field(f, p);
+  return v.is_string() ? v.get<std::string>() : v.dump();
+}
+
 std::vector<std::pair<std::string, std::string>> record_fields(const Record &r, bool all) {
   std::vector<std::pair<std::string, std::string>> out;
   auto add_part = [&](const Form *form, const Bytes &bytes, bool is_key) {

@@ -51,6 +51,10 @@ Record record_from_json(const Json &j);
 // with all every field (raw hex cut to 32 bytes unless all).
 std::vector<std::pair<std::string, std::string>> record_fields(const Record &r, bool all);
 
+// The text of one field of a form, read at p, as the JSON and 'dump' show it.
+struct Field;
+std::string field_text(const Field &f, const uint8_t *p);
+
 // Every leaf of a record's JSON as ("value.rw_key.vsan", "10"), in order.
 std::vector<std::pair<std::string, std::string>> flatten(const Json &j, const std::string &prefix = "");
 

@@ -6,10 +6,14 @@
 
 #include <string>
 
+#include "wayshunt_cnv.h"
+
 namespace wsc {
 
 // The name of the service's runtime store, taken when a folder is given.
-inline constexpr const char *kRuntimeStoreName = "wayshunt_runtime_ha";
+inline constexpr const char *kRuntimeStoreName = WAYSHUNT_CNV_RUNTIME_KVS;
+// What the store's name takes to name its data file.
+inline constexpr const char *kStoreFileExtension = ".mdb";
 
 struct StoreRef {
   std::string url;   // nonvolatile:<dir>/<name>
@@ -24,9 +28,9 @@ struct StoreRef {
 StoreRef resolve_store(const std::string &arg, bool to_write = false);
 
 // The three forms of a <store> argument, and its help text.
-inline constexpr const char *kStoreForms =
-    "nonvolatile:<dir>/<name>, <dir>/<name>.mdb, or a folder holding wayshunt_runtime_ha.mdb";
-inline const std::string kStoreArgHelp = std::string("The store: ") + kStoreForms;
+inline const std::string kStoreForms = std::string("nonvolatile:<dir>/<name>, <dir>/<name>") + kStoreFileExtension +
+                                       ", or a folder holding " + kRuntimeStoreName + kStoreFileExtension;
+inline const std::string kStoreArgHelp = "The store: " + kStoreForms;
 
 }  // namespace wsc
 

@@ -1,0 +1,59 @@
+// One run of a move's entry points on a device image, in a child process of
+// its own, as the upgrade manager runs them on a switch: the release
+// descriptors written into the image, the image shown at /bootflash and
+// /mnt/kvs, the library's entry points called in order until one fails.
+// A child per run keeps each run's library state, fault counts and device
+// root apart, so that a forecast on a copy, the move and a clean conversion
+// can follow one another in one command, and a library that crashes takes
+// only its child down.
+#ifndef TOOLS_WAYSHUNT_CONVERT_DEVICE_CONVERSION_RUN_H
+#define TOOLS_WAYSHUNT_CONVERT_DEVICE_CONVERSION_RUN_H
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "device/conversion_library.h"
+#include "device/device_image.h"
+
+namespace wsc {
+
+// What one entry point's call did.
+struct StepResult {
+  Step step = Step::running;
+  std::string call;  // as written in C
+  uint32_t status = 0;
+  std::string status_text;
+  std::vector<std::string> standby;  // file_changes lines, no indent
+  std::string log;                   // what the call wrote to the conversion log
+  double seconds = 0;
+};
+
+// The platform the child's library meets.
+struct ConversionSetup {
+  std::vector<std::string> faults;  // fault rules armed for the library's calls
+  bool env_faults = false;          // the rules of PLAT_FAULTS as well
+  std::string journal;              // the file that journals its platform calls ("": none)
+};
+
+struct ConversionOutcome {
+  std::vector<StepResult> steps;  // those that ran, the failing one last
+  bool ok() const;                // every step ran with status 0
+  std::string died;               // why the child ended early ("" when it did not)
+};
+
+// Runs the steps of from -> to on img in a child process. on_step gets each
+// step's result as it ends. Throws ToolError when the child could not set
+// the image up (its reason).
+ConversionOutcome run_conversion(ConversionLibrary &lib, const DeviceImage &img, const std::string &from,
+                                 const std::string &to, const std::vector<Step> &steps, const ConversionSetup &setup,
+                                 const std::function<void(const StepResult &)> &on_step);
+
+// The text 'run' prints for a step: the call, its status and text, the
+// files that reached img's standby and what it logged.
+void print_step(const StepResult &s, const DeviceImage &img, std::ostream &out);
+
+}  // namespace wsc
+
+#endif

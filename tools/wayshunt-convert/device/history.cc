@@ -1,0 +1,49 @@
+// Appending to and reading an image's history.
+#include "device/history.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+
+#include "tool_error.h"
+
+namespace wsc {
+
+std::string append_history(const DeviceImage &img, const Json &record) {
+  std::string line = record.dump() + "\n";
+  // One write of the whole line with O_APPEND: two runs never interleave.
+  int fd = open(img.history_file().c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  if (fd < 0) return img.history_file() + ": " + std::strerror(errno);
+  ssize_t n = write(fd, line.data(), line.size());
+  int err = errno;
+  close(fd);
+  if (n != static_cast<ssize_t>(line.size())) return img.history_file() + ": " + (n < 0 ? std::strerror(err) : "short write");
+  return "";
+}
+
+std::vector<Json> read_history(const std::string &file) {
+  std::ifstream in(file);
+  if (!in) throw ToolError("cannot read " + file + " (" + std::strerror(errno) + "); no move was run on this image yet, or check its permissions");
+  std::vector<Json> out;
+  for (std::string line; std::getline(in, line);) {
+    if (line.empty()) continue;
+    Json j = Json::parse(line, nullptr, false);
+    out.push_back(j.is_object() ? j : Json{{"unreadable", line}});
+  }
+  return out;
+}
+
+std::string utc_now() {
+  std::time_t t = std::time(nullptr);
+  std::tm tm{};
+  gmtime_r(&t, &tm);
+  char buf[32];
+  std::strftime(buf, sizeof buf, "%Y-%m-%dT%H:%M:%SZ", &tm);
+  return buf;
+}
+
+}  // namespace wsc
