@@ -7,8 +7,9 @@
  *   0x4048xxxx  runtime store (kvs)
  *   0x4050xxxx  interface-to-slot map (portmap)
  *   0x4060xxxx  standby file copy (overseer)
- *   0x4070xxxx  the wayshunt conversion library (its codes: wayshunt_cnv.h)
- * retcode2str() has a text for every code below and the library's, and a generic one for any
+ *   0x4070xxxx  the wayshunt conversion library (its codes and their texts:
+ *               wayshunt_cnv.h, wayshunt_cnv_strerror())
+ * retcode2str() has a text for every code below, and a generic one for any
  * other number. */
 #ifndef PLAT_STATUS_H
 #define PLAT_STATUS_H

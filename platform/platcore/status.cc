@@ -1,9 +1,10 @@
-// Texts of the platform's status codes.
+// Texts of the platform's status codes. The conversion library's own codes
+// have their texts in the library itself; here they are numbers like any
+// other unknown code.
 #include <cstdio>
 
 #include "status.h"
 #include "toolkit.h"
-#include "wayshunt_cnv.h"
 
 namespace {
 
@@ -48,7 +49,6 @@ constexpr Text kTexts[] = {
     {OVERSEER_ERR_BAD_PATH, "overseer: destination outside the standby's file system"},
     {OVERSEER_ERR_IO, "overseer: copy failed"},
     {OVERSEER_ERR_BAD_QUEUE, "overseer: hub queue not bound"},
-    {WAYSHUNT_CNV_ERR_VERSION, "wayshunt conversion: no release version (descriptor unset, missing or unparsable)"},
 };
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include "status.h"
 #include "test_support.h"
 #include "toolkit.h"
-#include "wayshunt_cnv.h"
 
 namespace {
 
@@ -60,7 +59,6 @@ TEST(StatusText, EveryPlatformCodeHasItsOwnText) {
       KVS_ERR_NO_SPACE,    KVS_ERR_IO,          KVS_ERR_CORRUPT,        KVS_ERR_EXISTS,        KVS_ERR_TOO_MANY,
       KVS_ERR_DB,          PORTMAP_ERR_NO_SLOT, PORTMAP_ERR_BAD_IF_INDEX, PORTMAP_ERR_TABLE,   PORTMAP_ERR_DOWN,
       OVERSEER_ERR_NO_STANDBY, OVERSEER_ERR_NO_SOURCE, OVERSEER_ERR_BAD_PATH, OVERSEER_ERR_IO, OVERSEER_ERR_BAD_QUEUE,
-      WAYSHUNT_CNV_ERR_VERSION,
   };
   std::set<std::string> texts;
   for (retcode_t rc : codes) {

@@ -16,7 +16,7 @@ local_fns=$(nm --defined-only "$lib" | awk '$2 == "t" {print $3}' |
 
 dyn=$(nm -D --defined-only "$lib" | awk '{print $3}')
 for v in from_major from_minor from_patch to_major to_minor to_patch convert_running convert_startup \
-         convert_gsync convert_running_fs_upg overseercb_no_overseer; do
+         convert_gsync convert_running_fs_upg overseercb_no_overseer wayshunt_cnv_strerror; do
   grep -qx "$v" <<<"$dyn" || fail "$v is not exported"
 done
 for v in err_fp debug wayshunt_cnv_uri_complete; do

@@ -106,3 +106,27 @@ TEST(Frame, NoOverseerCallback) {
   Env::get().fn<void()>("overseercb_no_overseer")();
   EXPECT_EQ(plat_call_count("plat_overseercb_no_overseer"), 1u);
 }
+
+// The library's own codes have its texts; every other status keeps the
+// platform's. Called outside any conversion it writes no log.
+TEST(Frame, StatusTexts) {
+  CNV_REQUIRE();
+  auto text = Env::get().fn<const char *(retcode_t)>("wayshunt_cnv_strerror");
+  ASSERT_NE(text, nullptr);
+  take_log();
+  struct Case {
+    retcode_t rc;
+    const char *own;  // words of the library's text; null: the platform's text
+  };
+  const Case cases[] = {
+      {WAYSHUNT_CNV_ERR_VERSION, "no release version"}, {WAYSHUNT_CNV_HUB_BIND_FAILED, "no hub queue"},
+      {0, nullptr}, {KVS_ERR_NO_KEY, nullptr}, {PLAT_ERR_INJECTED, nullptr}, {0x12345678, nullptr},
+  };
+  for (const auto &c : cases) {
+    const char *t = text(c.rc);
+    ASSERT_NE(t, nullptr) << c.rc;
+    if (c.own) EXPECT_NE(std::string(t).find(c.own), std::string::npos) << t;
+    else EXPECT_EQ(std::string(t), retcode2str(c.rc));
+  }
+  EXPECT_EQ(take_log(), "");
+}

@@ -1,7 +1,7 @@
 /* A C program on the installed header: calls every entry point once on its
  * good path and on each of its error paths, with release descriptors and a
- * store of its own, and checks each status. Exit 0 when all are as the
- * header says. */
+ * store of its own, and checks each status and the texts of two. Exit 0
+ * when all are as the header says. */
 #define _XOPEN_SOURCE 700
 #include <stdio.h>
 #include <stdlib.h>
@@ -33,6 +33,15 @@ static void expect(const char *what, retcode_t got, retcode_t want) {
   printf("%-44s %#x\n", what, got);
   if (got != want) {
     printf("  expected %#x\n", want);
+    failures++;
+  }
+}
+
+/* Checks that text holds want (is want, when whole). */
+static void expect_text(const char *what, const char *text, const char *want, int whole) {
+  printf("%-44s %s\n", what, text ? text : "(null)");
+  if (text == NULL || (whole ? strcmp(text, want) != 0 : strstr(text, want) == NULL)) {
+    printf("  expected %s\"%s\"\n", whole ? "" : "a text with ", want);
     failures++;
   }
 }
@@ -71,6 +80,11 @@ int main(void) {
   /* Below 3.2 without a hub: the decommission cannot start. */
   move("4.2(1)", "3.1(1)");
   expect("convert_startup, below 3.2, no hub", convert_startup(store, pkg, v, v), WAYSHUNT_CNV_HUB_BIND_FAILED);
+
+  /* Status texts: the library's own for its codes, the platform's for others. */
+  expect_text("wayshunt_cnv_strerror, own code", wayshunt_cnv_strerror(WAYSHUNT_CNV_HUB_BIND_FAILED), "no hub queue", 0);
+  expect_text("wayshunt_cnv_strerror, platform code", wayshunt_cnv_strerror(KVS_ERR_NO_KEY), retcode2str(KVS_ERR_NO_KEY),
+              1);
 
   overseercb_no_overseer();
   kvs_remove(url);

@@ -25,8 +25,9 @@
  *  non-zero status is either one of the library's own codes below or the
  *  unchanged status of the platform call that failed (status.h: the store's
  *  KVS_ERR_..., the toolkit's TK_ERR_..., PLAT_ERR_INJECTED for a fault set
- *  with PLAT_FAULTS). retcode2str() gives the text of each. Nothing is undone
- *  after a failure: what a conversion rewrote before it failed stays
+ *  with PLAT_FAULTS). wayshunt_cnv_strerror() gives the text of each: the
+ *  library's own for its codes, retcode2str()'s for the rest. Nothing is
+ *  undone after a failure: what a conversion rewrote before it failed stays
  *  rewritten, and the status goes up unchanged.
  *
  *  @par Log
@@ -68,6 +69,16 @@ typedef uint32 wayshunt_bool_t;
 /** On a move below 3.2 no hub queue could be bound for the decommission
  *  request (the cause was written to the log). Nothing was sent or copied. */
 #define WAYSHUNT_CNV_HUB_BIND_FAILED 16
+
+/** @brief The text of any status a function of this library returns.
+ *  Reads no release, writes no log, touches no store: it can be called at
+ *  any time, before, between or after the entry points.
+ *  @param[in] rc  a status
+ *  @return for WAYSHUNT_CNV_ERR_VERSION and WAYSHUNT_CNV_HUB_BIND_FAILED the
+ *          library's own text, a constant; for every other status
+ *          retcode2str(rc), the platform's text, which lives as long as
+ *          retcode2str() says. Never null. */
+WAYSHUNT_CNV_EXPORT const char *wayshunt_cnv_strerror(retcode_t rc);
 /** @} */
 
 /** The one store this library converts, "<path>/wayshunt_runtime_ha". */
