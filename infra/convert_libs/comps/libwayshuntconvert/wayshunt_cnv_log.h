@@ -9,7 +9,8 @@
 
 #include "wayshunt_cnv_int.h"
 
-#define WAYSHUNT_CNV_LOG_PATH "/bootflash/wayshunt_cnv.log"
+/* The log's path, WAYSHUNT_CNV_LOG_PATH, is public (wayshunt_cnv.h, included
+ * through wayshunt_cnv_int.h). */
 
 #define WAYSHUNT_CNV_TRACE(format, ...)                                                 \
   do {                                                                                  \

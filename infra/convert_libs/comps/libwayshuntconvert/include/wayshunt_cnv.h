@@ -31,9 +31,10 @@
  *  rewritten, and the status goes up unchanged.
  *
  *  @par Log
- *  Failures leave an error record in /bootflash/wayshunt_cnv.log, which is
- *  opened only when something is written. The trace build (installed in
- *  convertwayshunt-trace/) also writes a debug trace of every step.
+ *  Failures leave an error record in /bootflash/wayshunt_cnv.log
+ *  (WAYSHUNT_CNV_LOG_PATH), which is opened only when something is written.
+ *  The trace build (installed in convertwayshunt-trace/) also writes a debug
+ *  trace of every step.
  *
  *  @par Threads and state
  *  No threads, no locks: call the functions one at a time, from one thread.
@@ -83,6 +84,10 @@ WAYSHUNT_CNV_EXPORT const char *wayshunt_cnv_strerror(retcode_t rc);
 
 /** The one store this library converts, "<path>/wayshunt_runtime_ha". */
 #define WAYSHUNT_CNV_RUNTIME_KVS "wayshunt_runtime_ha"
+
+/** The conversion log the library appends its records to (see Log above),
+ *  and where readers of the log find it. */
+#define WAYSHUNT_CNV_LOG_PATH "/bootflash/wayshunt_cnv.log"
 
 /* ==== 1. Entry points: what the upgrade manager calls ==================== */
 
