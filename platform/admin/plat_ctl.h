@@ -51,6 +51,11 @@ void plat_fault_reset(void);
 /* Calls of func counted since the start or the last plat_fault_reset(). */
 uint32_t plat_call_count(const char *func);
 
+/* The names of the platform calls that consult the fault rules, the only
+ * ones a rule can make fail: an array of constant texts, in no particular
+ * order, ended by a null pointer. */
+const char *const *plat_fault_points(void);
+
 /* Sends the journal to path (appending), or stops it with null. 0 or -1. */
 int plat_journal_set(const char *path);
 

@@ -1,8 +1,10 @@
-// Fault rules (syntax and which calls they hit), call counts, the journal,
-// and status texts.
+// Fault rules (syntax and which calls they hit), the list of calls that
+// consult them, call counts, the journal, and status texts.
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <filesystem>
+#include <regex>
 #include <set>
 
 #include "plat_hooks.h"
@@ -48,6 +50,22 @@ TEST(FaultRules, BadRulesAreRejectedWholeWithAReason) {
     EXPECT_NE(std::string(plat_fault_error()), "") << rule;
     EXPECT_EQ(hits("ok", 1), ".") << rule << ": nothing of a bad text is added";
   }
+}
+
+// The list of fault points is exactly the set of names the stand-ins pass to
+// the fault hooks (their sources, platform/ but the hooks' own folder): a
+// stand-in that consults a name the list lacks, or a listed name no stand-in
+// consults, fails here.
+TEST(FaultPoints, AreTheNamesTheStandInsConsult) {
+  std::set<std::string> listed, consulted;
+  for (const char *const *p = plat_fault_points(); *p; p++) EXPECT_TRUE(listed.insert(*p).second) << "twice: " << *p;
+  const std::regex hook(R"re((plat_fault_hit|PLAT_FAULT_SITE|TK_FAULT_HIT)\(\s*"([^"]*)")re");
+  for (const auto &e : std::filesystem::recursive_directory_iterator(PLATFORM_SOURCE_DIR)) {
+    if (!e.is_regular_file() || e.path().parent_path().filename() == "control") continue;
+    std::string text = testsupport::read_file(e.path());
+    for (std::sregex_iterator m(text.begin(), text.end(), hook), end; m != end; ++m) consulted.insert((*m)[2]);
+  }
+  EXPECT_EQ(listed, consulted);
 }
 
 TEST(StatusText, EveryPlatformCodeHasItsOwnText) {

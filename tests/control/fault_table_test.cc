@@ -126,6 +126,9 @@ TEST(FaultTable, EachPlatformFunctionFailsAloneAndIsJournalled) {
       plat_fault_reset();
       faults.add(std::string(r.fn) + ":1");
     }), r.failed);
+    bool listed = false;
+    for (const char *const *p = plat_fault_points(); *p; p++) listed |= std::string(*p) == r.fn;
+    EXPECT_TRUE(listed) << "a rule makes it fail, so plat_fault_points() must name it";
   }
 }
 

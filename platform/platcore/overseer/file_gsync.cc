@@ -48,12 +48,13 @@ retcode_t gsync(hub_q_handle_t q, int timeout_s, const char *src, const char *ds
 extern "C" retcode_t overseercmn_file_gsync(hub_q_handle_t q, int timeout_s, uuid_t uuid, const char *src,
                                             const char *dst, int replace, int reserved1, int reserved2, int reserved3,
                                             int reserved4) {
+  // A call failed by a rule copies nothing, and its journal line says so.
   plat_fault_t f;
-  if (plat_fault_hit("overseercmn_file_gsync", &f)) return f.value ? f.value : PLAT_ERR_INJECTED;
-  retcode_t rc = gsync(q, timeout_s, src, dst, replace);
+  bool injected = plat_fault_hit("overseercmn_file_gsync", &f);
+  retcode_t rc = injected ? (f.value ? f.value : PLAT_ERR_INJECTED) : gsync(q, timeout_s, src, dst, replace);
   plat_journal(
-      "overseercmn_file_gsync(q=%d, timeout_s=%d, uuid=%u, src=\"%s\", dst=\"%s\", replace=%d, %d, %d, %d, %d) = 0x%x",
+      "overseercmn_file_gsync(q=%d, timeout_s=%d, uuid=%u, src=\"%s\", dst=\"%s\", replace=%d, %d, %d, %d, %d) = 0x%x%s",
       q, timeout_s, static_cast<unsigned>(uuid), src ? src : "(null)", dst ? dst : "(null)", replace, reserved1,
-      reserved2, reserved3, reserved4, static_cast<unsigned>(rc));
+      reserved2, reserved3, reserved4, static_cast<unsigned>(rc), injected ? " (injected)" : "");
   return rc;
 }

@@ -2,7 +2,6 @@
 // before the library's first call.
 #include "device/fault_option.h"
 
-#include <algorithm>
 #include <cstdlib>
 
 #include "plat_ctl.h"
@@ -12,16 +11,13 @@ namespace wsc {
 
 namespace {
 
-// The platform calls whose stand-ins consult the fault rules: the store,
-// the toolkit containers, the hub, the standby copy, the release
-// descriptors, the interface map and the overseer callback.
-const std::vector<std::string> kFaultPoints = {
-    "kvs_open", "kvs_close", "kvs_move2location", "kvs_getkey", "kvs_getvalue", "kvs_store", "kvs_delete",
-    "tk_cq_init", "tk_cq_destroy", "tk_cq_enqueue_tail", "tk_cq_dequeue_head", "tk_hashtable_64_init",
-    "tk_hashtable_64_destroy", "tk_hashtable_64_insert", "tk_hashtable_64_find", "tk_hashtable_64_get_first",
-    "tk_hashtable_64_traverse", "hub_bind", "hub_send", "hub_rr_token_get", "hub_drop", "hub_recv", "hub_unbind",
-    "overseercmn_file_gsync", "reldesc_sw_ver_file_get", "portmap_get_slot", "plat_overseercb_no_overseer",
-};
+// Whether call names a platform call whose stand-in consults the fault
+// rules; the stand-ins' control keeps the list (plat_fault_points()).
+bool is_fault_point(const std::string &call) {
+  for (const char *const *p = plat_fault_points(); *p != nullptr; p++)
+    if (call == *p) return true;
+  return false;
+}
 
 std::string function_of(const std::string &rule) { return rule.substr(0, rule.find_first_of(":=")); }
 
@@ -54,7 +50,7 @@ void check_fault_rules(const std::vector<std::string> &rules) {
     if (rule.find_first_of(",; \t\n") != std::string::npos)
       throw ToolError("--fault '" + rule + "': one rule per --fault; repeat --fault for more");
     std::string call = function_of(rule);
-    if (std::find(kFaultPoints.begin(), kFaultPoints.end(), call) == kFaultPoints.end())
+    if (!is_fault_point(call))
       throw ToolError("--fault '" + rule + "': '" + call +
                       "' is no platform call that takes faults; see 'wayshunt-convert run --help' for the calls");
     if (plat_fault_add(rule.c_str()) != 0)

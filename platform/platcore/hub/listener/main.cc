@@ -14,6 +14,7 @@
 #include "hub_admin.h"
 #include "hub_defs.h"
 #include "plat_ctl.h"
+#include "wayshunt_cli.h"
 
 namespace {
 
@@ -22,7 +23,7 @@ constexpr int kPollMs = 250;  // how often the receive loop looks for a stop sig
 
 struct Options {
   int sap = HUB_SAP_WAYSHUNT;
-  int opcode = 4204;
+  int opcode = WAYSHUNT_CLI_HUB_OPCODE;
   std::string record;  // empty: standard output
   bool no_reply = false;
   unsigned count = 0;  // 0: run until stopped
@@ -57,12 +58,14 @@ int parse(int argc, char **argv, Options &opt) {
   app.add_option("--ready", opt.ready, "file to create once the queue is bound");
   app.add_option("--journal", opt.journal, "journal this program's hub calls to this file");
   app.add_option("--faults", opt.faults, "fault rules for this program's hub calls (PLAT_FAULTS syntax)");
+  // The example binds where the service listens and answers its opcode.
+  const std::string sap = std::to_string(HUB_SAP_WAYSHUNT), opcode = std::to_string(WAYSHUNT_CLI_HUB_OPCODE);
   app.footer(
       "Example:\n"
-      "  PLAT_HUB_DIR=/tmp/hub plat-hub-listener --sap 225 --opcode 4204 --record /tmp/hub/req.log \\\n"
+      "  PLAT_HUB_DIR=/tmp/hub plat-hub-listener --sap " + sap + " --opcode " + opcode + " --record /tmp/hub/req.log \\\n"
       "      --ready /tmp/hub/ready --count 1\n"
       "Record lines look like:\n"
-      "  opcode=4204 token=0x1a2b3c4d from=0xfe000000/32771 len=4 data=01020304\n"
+      "  opcode=" + opcode + " token=0x1a2b3c4d from=0xfe000000/32771 len=4 data=01020304\n"
       "The hub's runtime directory comes from PLAT_HUB_DIR (see hub_admin.h). PLAT_JOURNAL and PLAT_FAULTS\n"
       "are ignored, since they are usually meant for the client that started this program: use --journal\n"
       "and --faults instead.");

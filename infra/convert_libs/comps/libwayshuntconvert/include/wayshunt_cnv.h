@@ -98,7 +98,8 @@ WAYSHUNT_CNV_EXPORT const char *wayshunt_cnv_strerror(retcode_t rc);
 WAYSHUNT_CNV_EXPORT retcode_t convert_running(char *pkg_name, char *from_pkg_version, char *to_pkg_version);
 
 /** @brief Called at the start-up of the new release. On a move to a release
- *  below 3.2 asks the running service (hub access point 225, opcode 4204) to
+ *  below 3.2 asks the running service (hub access point HUB_SAP_WAYSHUNT of
+ *  hub_defs.h, opcode WAYSHUNT_CLI_HUB_OPCODE of wayshunt_cli.h) to
  *  decommission the switch, waits for its answer, and copies the service's
  *  twelve stored files below /mnt/kvs/ to the standby; on any other move
  *  does nothing. A failed request, answer or copy is logged and passed over.
