@@ -14,6 +14,9 @@ set -euo pipefail
 build=$(cd "$1" && pwd); out=$2; records=${3:-400}
 tool=$build/bin/wayshunt-convert
 mkdir -p "$out"; out=$(cd "$out" && pwd)
+# The move alone: a tool that forecasts and audits each move runs the library
+# on copies as well, which a snapshot of the move does not want.
+alone=(); "$tool" run --help 2>/dev/null | grep -q -- --no-audit && alone=(--no-audit)
 work=$(mktemp -d); trap 'kill $(jobs -p) 2>/dev/null; rm -rf "$work"' EXIT
 
 mask() {
@@ -66,7 +69,7 @@ for m in "${moves[@]}"; do
         "$tool" service --image "$img" --ready "$img/ready" >/dev/null 2>&1 & svc=$!
         for _ in $(seq 100); do [ -e "$img/ready" ] && break; sleep 0.05; done
       fi
-      args=(run --from "$from" --to "$to" --image "$img")
+      args=(run --from "$from" --to "$to" --image "$img" "${alone[@]}")
       [ $gate = open ] && args+=(--trace)
       rc=0
       PLAT_FAULTS="$f" PLAT_JOURNAL="$dst/journal" PLAT_PORTMAP_TABLE="$work/portmap" "$tool" "${args[@]}" \

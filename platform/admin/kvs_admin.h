@@ -45,6 +45,18 @@ retcode_t kvs_remove(const char *url);
  * terminator). 0, KVS_ERR_BAD_URL, or KVS_ERR_BAD_ARG when buf is too small. */
 retcode_t kvs_store_file(const char *url, char *buf, size_t len);
 
+/* Reads every record of a store in key order, read-only and without
+ * opening it for service: no lock is taken and no lock file is made, the
+ * file is never written, and no service handle is used, so that the calls
+ * of kvs_open that follow get the numbers they would have got without it.
+ * each is called per record, its data valid for that call only; a non-zero
+ * return stops the walk and is returned. 0, KVS_ERR_NO_STORE,
+ * KVS_ERR_BAD_URL, KVS_ERR_CORRUPT, KVS_ERR_IO, or what each returned.
+ * Taking no lock, it may read a store that another process writes at the
+ * same moment as it was at no one time: read a store nobody is writing. */
+typedef retcode_t (*kvs_record_fn)(const kvs_datum_t *key, const kvs_datum_t *value, void *arg);
+retcode_t kvs_read_records(const char *url, kvs_record_fn each, void *arg);
+
 /* The database's own words for the last failure of a store call on this
  * thread ("" if none), for messages that need more than retcode2str. */
 const char *kvs_last_error_detail(void);

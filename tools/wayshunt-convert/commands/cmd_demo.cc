@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "commands/commands.h"
+#include "device/conversion_library.h"
 #include "device/device_image.h"
 #include "compare/change_summary.h"
 #include "device/fault_option.h"

@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "commands/commands.h"
+#include "device/conversion_library.h"
 #include "device/device_image.h"
 #include "tool_error.h"
 

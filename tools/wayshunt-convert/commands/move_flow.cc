@@ -155,7 +155,7 @@ class Flow {
   Classified describe(const ConversionOutcome &c, const Records &after, const char *title) {
     Classified k = classify_changes(before_, after, o_.json ? SIZE_MAX : kShown);
     std::string fails = failure_of(c);
-    out_ << title << (faulted_ ? " (with the fault rules)" : "") << ": ";
+    out_ << title << (faulted_ ? ", with the fault rules): " : "): ");
     if (o_.quiet) out_ << change_headline(k, move_word(direction_)) << "\n";
     else print_classified(k, move_word(direction_), kShown, out_);
     if (!fails.empty()) out_ << "  the conversion stops: " << fails << "\n";
@@ -171,7 +171,7 @@ class Flow {
     forecast_ = convert(copy, with_rules(""), false);
     forecast_after_ = store_of(copy);
     forecast_image_ = copy;
-    Classified k = describe(forecast_, forecast_after_, "forecast (the library's conversion of a copy)");
+    Classified k = describe(forecast_, forecast_after_, "forecast (the library's conversion of a copy");
     v_.doc["seconds"]["forecast"] = since(start);
     return k;
   }
@@ -264,7 +264,7 @@ class Flow {
     if (a.clean())
       return "clean: the store equals a clean conversion of the store as it was (" + std::to_string(records) +
              " records)" + (arrived(moved.steps).empty() ? "" : ", and the service's files reached the standby intact");
-    return "status 0, but the move damaged the store: " + both;
+    return "status 0, but the audit found damage: " + both;
   }
 
   MoveVerdict dry_run() {
@@ -278,7 +278,7 @@ class Flow {
     v_.doc["steps"] = statuses_json(c.steps);
     v_.statuses_ok = c.ok();
     Records after = store_of(copy);
-    describe(c, after, "forecast (the library's conversion of a copy)");
+    describe(c, after, "forecast (the library's conversion of a copy");
     out_ << "dry run: changes to the runtime store:\n";
     StoreChanges changes = compare_stores(before_, after);
     v_.doc["store_changes"] = changes_to_json(changes);

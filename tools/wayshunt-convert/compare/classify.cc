@@ -43,11 +43,15 @@ std::string brief(const Record &r) {
   return out;
 }
 
-// The class of a field both sides have, whose bytes differ.
+// The class of a field both sides have, whose bytes differ. A slot number
+// is lost only where a slot was known (not 0, which a record holds until a
+// slot is filled in, nor 255, none) and 255 takes its place.
 ChangeClass both_sides(const Slice &s, const uint8_t *was, const uint8_t *now) {
   if (s.path.ends_with("acl_flags")) return ChangeClass::repaired;
-  if (s.path.ends_with("slot_num"))
-    return *was != WAYSHUNT_SLOT_INVALID && *now == WAYSHUNT_SLOT_INVALID ? ChangeClass::lost : ChangeClass::repaired;
+  if (s.path.ends_with("slot_num")) {
+    bool known = *was != 0 && *was != WAYSHUNT_SLOT_INVALID;
+    return known && *now == WAYSHUNT_SLOT_INVALID ? ChangeClass::lost : ChangeClass::repaired;
+  }
   return all_zero(was, s.width) ? ChangeClass::repaired : ChangeClass::lost;
 }
 
@@ -224,7 +228,9 @@ std::string change_headline(const Classified &c, const std::string &move) {
   if (!c.changed) return "this " + move + " changes no store record";
   std::string parts;
   for (size_t k = 1; k < kChangeClasses; ++k)
-    if (c.records[k]) parts += (parts.empty() ? "" : ", ") + records(c.records[k]) + " " + class_name(static_cast<ChangeClass>(k));
+    if (c.records[k])
+      parts += (parts.empty() ? records(c.records[k]) : ", " + std::to_string(c.records[k])) + " " +
+               class_name(static_cast<ChangeClass>(k));
   return "this " + move + " loses nothing of the store: " + parts;
 }
 

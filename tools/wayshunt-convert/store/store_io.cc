@@ -139,24 +139,17 @@ class NewFolders {
 }  // namespace
 
 Records read_store(const StoreRef &store) {
-  retcode_t rc = 0;
-  OpenStore s;
-  s.handle = kvs_open(store.url.c_str(), &rc);
-  if (rc) {
-    s.handle = 0;
-    throw ToolError("cannot open store " + store.file + ": " + why(rc) + "; " + open_advice(rc));
-  }
   Records records;
-  for (const kvs_datum_t *k = kvs_move2location(s.handle, KVS_LOC_FIRST, &rc); k;
-       k = kvs_move2location(s.handle, KVS_LOC_NEXT, &rc)) {
-    const kvs_datum_t *v = kvs_getvalue(s.handle, &rc);
-    if (!v)
-      throw ToolError("cannot read the value of key " + to_hex(copy(k)) + " in " + store.file + ": " + why(rc) + "; " +
-                      kReadAdvice);
-    records.push_back({copy(k), copy(v)});
+  auto each = [](const kvs_datum_t *k, const kvs_datum_t *v, void *arg) -> retcode_t {
+    static_cast<Records *>(arg)->push_back({copy(k), copy(v)});
+    return 0;
+  };
+  // Read-only, beside the service calls: no lock file, no handle number taken.
+  if (retcode_t rc = kvs_read_records(store.url.c_str(), each, &records)) {
+    bool opening = rc == KVS_ERR_NO_STORE || rc == KVS_ERR_CORRUPT || records.empty();
+    throw ToolError((opening ? "cannot open store " : "cannot walk store ") + store.file + ": " + why(rc) + "; " +
+                    (opening ? open_advice(rc) : kReadAdvice));
   }
-  if (rc != KVS_ERR_NO_KEY) throw ToolError("cannot walk store " + store.file + ": " + why(rc) + "; " + kReadAdvice);
-  if ((rc = s.close())) throw ToolError("cannot close store " + store.file + ": " + why(rc) + "; " + kReadAdvice);
   return records;
 }
 
