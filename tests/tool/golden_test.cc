@@ -104,9 +104,7 @@ const Case kCases[] = {
     {"store_failures", {{"PLAT_FAULTS=kvs_store:5", "load", "@/s42.json", "@/new.mdb"},
                         {"PLAT_FAULTS=kvs_close:1=0x40480009", "load", "@/s42.json", "@/new/deeper/new.mdb"},
                         {"PLAT_FAULTS=kvs_open:1", "gen", "--era", "3.2", "--records", "9", "@/new/deeper"},
-                        {"PLAT_FAULTS=kvs_store:3", "load", "--force", "@/s42.json", "@/s32"},
-                        {"PLAT_FAULTS=kvs_move2location:4=0x4048000a", "dump", "@/s42"},
-                        {"PLAT_FAULTS=kvs_getvalue:2=null", "dump", "@/s42"}}},
+                        {"PLAT_FAULTS=kvs_store:3", "load", "--force", "@/s42.json", "@/s32"}}},
     // A store named by URL, file or folder, with and without PLAT_KVS_ROOT.
     {"store_forms", {{"info", "nonvolatile:@/s42/wayshunt_runtime_ha"}, {"info", "@/s42/wayshunt_runtime_ha.mdb"}, {"info", "@/s42/"},
                      {"PLAT_KVS_ROOT=@/s42", "info", "nonvolatile:/wayshunt_runtime_ha"}, {"PLAT_KVS_ROOT=@/s42", "info", "@/s42"},
@@ -149,13 +147,18 @@ const Case kCases[] = {
                    run("3.2(1)", "4.2(1a)", "@/img32"), {"verify", "--quiet", "--era", "4.2", "--after-upgrade", "@/img32/mnt/kvs"},
                    run("4.2(1)", "3.2(1)", "@/img32"), {"verify", "--quiet", "--era", "3.2", "--after-downgrade", "@/img32/mnt/kvs"},
                    run("4.2(1)", "4.1(3)", "@/img42", {"--step", "gsync"}), {"verify", "--quiet", "--era", "4.1", "--after-downgrade", "@/img42/mnt/kvs"},
-                   run("4.1(3)", "4.2(1)", "@/img41", {"--step", "fs_upg"}), {"verify", "--quiet", "--era", "4.2", "--after-upgrade", "@/img41/mnt/kvs"}}},
+                   run("4.1(3)", "4.2(1)", "@/img41", {"--step", "fs_upg"}), {"verify", "--quiet", "--era", "4.2", "--after-upgrade", "@/img41/mnt/kvs"},
+                   {"history", "@/img32"}, {"history", "--json", "@/img41"}}},
     // A failing step stops the move (exit 1) and shows its part of the log.
-    {"run_faults", {{"PLAT_FAULTS=hub_bind", "run", "--from", "4.2(1)", "--to", "3.1(1)", "--image", "@/img32"},
+    {"run_faults", {{"PLAT_FAULTS=hub_bind", "run", "--from", "4.2(1)", "--to", "3.1(1)", "--image", "@/img42"},
                     {"PLAT_FAULTS=kvs_open", "run", "--from", "3.2(1)", "--to", "4.2(1)", "--image", "@/img32"},
                     {"verify", "--quiet", "--era", "3.2", "@/img32/mnt/kvs"}, run("4.2(1)", "4.1(3)", "@/img42", {"--fault", "kvs_open:1"}),
                     run("4.2(1)", "4.1(1)", "@/img42", {"--step", "gsync", "--json", "--fault", "kvs_open:1=0x40480002"}),
-                    run("4.2(1)", "4.1(3)", "@/img42", {"--fault", "kvs_stor:3"}), run("4.2(1)", "4.1(3)", "@/img42", {"--fault", "kvs_store:0"})}},
+                    run("4.2(1)", "4.1(3)", "@/img42", {"--fault", "kvs_stor:3"}), run("4.2(1)", "4.1(3)", "@/img42", {"--fault", "kvs_store:0"}),
+                    // Status 0 but damage: the audit names the record or file and the call that failed (exit 1).
+                    run("4.2(1)", "4.1(3)", "@/img42", {"--fault", "kvs_store:3"}),
+                    run("4.1(3)", "3.1(1)", "@/img42", {"--fault", "overseercmn_file_gsync:2"}),
+                    run("3.2(1)", "4.2(1)", "@/img32", {"--quiet", "--fault", "kvs_store:3"}), {"history", "@/img42"}}},
     // The trace build logs every step; each run shows only its own part.
     {"run_trace", {run("4.2(1)", "4.1(1)", "@/img42", {"--step", "gsync", "--trace"}),
                    run("4.2(1)", "4.1(1)", "@/img42", {"--step", "gsync", "--trace"}), {"log", "@/img42"}}},
@@ -173,7 +176,7 @@ const Case kCases[] = {
                           run("3.2(1)", "4.2(1)", "@/img32", {"--library", "@/none.so"}),
                           run("3.2(1)", "4.2(1)", "@/img32", {"--trace", "--library", "x.so"}),
                           run("3.2(1)", "4.2(1)", "@/img32", {"--step", "later"}), {"service", "--image", "@/missing"},
-                          {"demo", "--dir", "@/full"}}},
+                          {"demo", "--dir", "@/full"}, run("3.2(1)", "4.2(1)", "@/img42"), {"history", "@/empty"}}},
     // The demo runs to the end; a move on the image it made.
     {"demo", {{"demo", "--dir", "@/demo", "--records", "60"}, {"verify", "--quiet", "--era", "4.1", "--after-downgrade", "@/demo/mnt/kvs"},
               run("4.1(3)", "4.2(1)", "@/demo", {"--step", "fs_upg"})}},
@@ -239,8 +242,10 @@ class Golden : public ::testing::TestWithParam<Case> {
         {fs::path(testsupport::bin_dir()).parent_path().string(), "BUILD"},
         {"\\(\\):[0-9]+ ", "():N "},
         {"at [A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9]{2} [0-9:]{8} [0-9]{4}", "at TIME"},
-        {"/[^ ]*/wayshunt-dry\\.[A-Za-z0-9]+", "DRY"}, {"\\.tmp-[0-9]+", ".tmp-PID"},
-        {"token=0x[0-9a-f]+ from=0x[0-9a-f]+/[0-9]+", "token=T from=P"}};
+        {"/[^ ]*/wayshunt-(dry|run)\\.[A-Za-z0-9]+", "TEMP"}, {"\\.tmp-[0-9]+", ".tmp-PID"},
+        {"token=0x[0-9a-f]+ from=0x[0-9a-f]+/[0-9]+", "token=T from=P"},
+        {"(\"(seconds|forecast|audit|total)\": )[0-9.e-]+", "$1S"}, {"\\([0-9.]+ s\\)", "(S s)"},
+        {"[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:]{8}Z", "TIME"}};
     for (const auto &[pattern, replacement] : masks) text = std::regex_replace(text, std::regex(pattern), replacement);
     return text;
   }

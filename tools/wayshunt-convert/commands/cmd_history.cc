@@ -41,7 +41,7 @@ void print_record(const Json &r, std::ostream &out) {
   }
   out << text(r, "time") << "  " << text(r, "from") << " -> " << text(r, "to");
   if (r.value("step", std::string("all")) != "all") out << " (step " << text(r, "step") << ")";
-  if (r.contains("faults") && !r["faults"].empty()) out << " with --fault " << r["faults"].dump();
+  for (const Json &rule : r.value("faults", Json::array())) out << " --fault " << rule.get<std::string>();
   out << "\n  statuses: " << statuses(r.value("steps", Json::array()));
   if (r.contains("seconds") && r["seconds"].contains("total"))
     out << "  (" << std::fixed << std::setprecision(2) << r["seconds"]["total"].get<double>() << " s)";

@@ -110,11 +110,11 @@ class Flow {
     v_.doc["store_before"] = {{"records", p.records}, {"fits", era_names(p.fits_moved_down)}};
     if (p.fits_moved_down & bit) {
       if (std::popcount(p.fits_moved_down) > 1)
-        out_ << "store: its forms fit " << era_titles(p.fits_moved_down) << " alike; --from " << o_.from
+        out_ << "store: its forms fit " << era_titles(p.fits_moved_down, " and ") << " alike; --from " << o_.from
              << " takes it as " << era_title(*era) << "\n";
       return;
     }
-    std::string is = p.fits_moved_down ? "in the forms of " + era_titles(p.fits_moved_down)
+    std::string is = p.fits_moved_down ? "in the forms of " + era_titles(p.fits_moved_down, " or ")
                                        : "of no one era (" + era_verdict(p) + ")";
     if (o_.force) {
       out_ << "store: " << is << ", not of " << era_title(*era) << " as --from says; converting it all the same (--force)\n";
@@ -234,7 +234,9 @@ class Flow {
       reference = &clean_store;
     }
     Records after = store_of(img_);
-    AuditInput in{reference, &after, invariants(), arrived(clean.steps), arrived(moved.steps), {}, {}, journal_lines()};
+    bool unchanged = after == before_ && after != *reference;
+    AuditInput in{reference, &after, unchanged && !moved.ok(), invariants(), arrived(clean.steps), arrived(moved.steps), {}, {},
+                  journal_lines()};
     for (const std::string &path : in.clean_arrived) {
       in.expected_files[path] = file_text(img_.dir + "/" + path);
       if (fs::exists(img_.standby() + "/" + path)) in.moved_files[path] = file_text(img_.standby() + "/" + path);
@@ -242,7 +244,7 @@ class Flow {
     AuditResult a = audit_move(in);
     v_.doc["audit"] = audit_json(a);
     v_.doc["seconds"]["audit"] = since(start);
-    verdict_ = verdict(a, moved, after == before_, reference->size());
+    verdict_ = verdict(a, moved, unchanged, reference->size());
     v_.doc["audit"]["verdict"] = verdict_;
     v_.damaged = !a.clean() && v_.statuses_ok;
     if (!a.clean()) {

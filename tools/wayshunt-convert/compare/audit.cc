@@ -94,7 +94,7 @@ std::vector<std::string> failed_calls(const std::vector<std::string> &journal) {
 AuditResult audit_move(const AuditInput &in) {
   AuditResult a;
   Explainer why(in.journal);
-  if (*in.clean != *in.moved) {
+  if (*in.clean != *in.moved && !in.moved_unchanged) {
     record_findings(in, why, a);
     if (in.check) invariant_findings(in, why, a);
   }

@@ -23,6 +23,7 @@ namespace wsc {
 struct AuditInput {
   const Records *clean = nullptr;  // the clean conversion's store
   const Records *moved = nullptr;  // the store the move left
+  bool moved_unchanged = false;    // a move that failed left the store as it was: no record is named
   // The invariants of the era entered, checked on both stores when they
   // differ (null: none checked).
   std::function<std::vector<Violation>(const Records &)> check;

@@ -236,16 +236,17 @@ std::string change_headline(const Classified &c, const std::string &move) {
 
 void print_classified(const Classified &c, const std::string &move, size_t shown, std::ostream &out) {
   out << change_headline(c, move) << "\n";
-  size_t n = 0;
-  for (const ChangeItem &item : c.items) {
-    if (item.cls != ChangeClass::lost) break;
-    if (n++ < shown) out << "  lost: " << item_text(item) << "\n";
+  for (size_t k = 0; k < kChangeClasses; ++k) {
+    if (!c.records[k]) continue;
+    auto cls = static_cast<ChangeClass>(k);
+    out << "  " << class_name(cls) << " " << records(c.records[k]) << ": " << touched(c.by_what[k]) << "\n";
+    if (cls != ChangeClass::lost) continue;
+    size_t n = 0;
+    for (const ChangeItem &item : c.items)
+      if (item.cls == cls && n++ < shown) out << "    " << item_text(item) << "\n";
+    if (n > shown) out << "    ... and " << n - shown << " more (see --json)\n";
   }
-  if (n > shown) out << "  ... and " << n - shown << " more lost (see --json)\n";
-  for (size_t k = 0; k < kChangeClasses; ++k)
-    if (c.records[k])
-      out << "  " << class_name(static_cast<ChangeClass>(k)) << ": " << records(c.records[k]) << ": " << touched(c.by_what[k]) << "\n";
-  out << "  unchanged: " << records(c.unchanged) << "\n";
+  out << "  unchanged " << records(c.unchanged) << "\n";
 }
 
 Json classified_json(const Classified &c, const std::string &move) {

@@ -45,10 +45,10 @@ unsigned majority_era(const Records &records) {
 
 }  // namespace
 
-std::string era_titles(unsigned eras) {
+std::string era_titles(unsigned eras, const std::string &sep) {
   std::string out;
   for (size_t e = 0; e < kEraTitles.size(); ++e)
-    if (eras & (1u << e)) out += (out.empty() ? "" : ", ") + kEraTitles[e];
+    if (eras & (1u << e)) out += (out.empty() ? "" : sep) + kEraTitles[e];
   return out;
 }
 

@@ -34,8 +34,9 @@ StoreProfile profile_store(const Records &records);
 // "4.2 and above", "either of: 3.2, 4.1.3 or lower", or "mixed: ...".
 std::string era_verdict(const StoreProfile &p);
 
-// "3.2", "3.2, 4.1.3 or lower": the eras of a bit set as operators read them.
-std::string era_titles(unsigned eras);
+// "3.2", "3.2, 4.1.3 or lower": the eras of a bit set as operators read
+// them, joined by sep.
+std::string era_titles(unsigned eras, const std::string &sep = ", ");
 
 // Names of the eras of a bit set, e.g. ["3.2", "4.1"].
 std::vector<std::string> era_names(unsigned eras);
