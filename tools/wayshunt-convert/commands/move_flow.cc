@@ -85,14 +85,16 @@ class Flow {
 
   MoveVerdict run() {
     auto start = Clock::now();
-    before_ = store_of(img_);
-    check_era();
     direction_ = lib_.direction(o_.from, o_.to);
+    if (o_.dry_run || o_.no_audit) {
+      before_ = store_of(img_);
+      check_era();
+    }
     if (o_.dry_run) return dry_run();
+    std::optional<Classified> forecast;
+    if (!o_.no_audit) forecast = run_forecast();  // checks the era while the copy converts
     make_image_folders(img_);
     check_hub_dir(img_.hub());
-    std::optional<Classified> forecast;
-    if (!o_.no_audit) forecast = run_forecast();
     ConversionOutcome moved = run_the_move();
     if (!o_.no_audit) audit(moved);
     v_.doc["seconds"]["total"] = since(start);
@@ -164,11 +166,18 @@ class Flow {
     return k;
   }
 
+  // The copy converts in a child while the store as it was is read here
+  // and held to --from; a store refused there stops the child.
   std::optional<Classified> run_forecast() {
     auto start = Clock::now();
     DeviceImage copy = image_copy("forecast");
     if (faulted_) clean_copy_ = image_copy("clean");
-    forecast_ = convert(copy, with_rules(""), false);
+    {
+      ConversionChild child(lib_, copy, o_.from, o_.to, steps_of(o_.step), with_rules(""));
+      before_ = store_of(img_);
+      check_era();
+      forecast_ = child.wait(nullptr);
+    }
     forecast_after_ = store_of(copy);
     forecast_image_ = copy;
     Classified k = describe(forecast_, forecast_after_, "forecast (the library's conversion of a copy");

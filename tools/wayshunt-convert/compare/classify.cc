@@ -22,11 +22,16 @@ struct Slice {
   const Field *field;  // null for a part without form
 };
 
-std::vector<Slice> slices(const Form *form, const Bytes &bytes, const std::string &part) {
-  if (!form) return {{part + ".hex", 0, bytes.size(), nullptr}};
-  std::vector<Slice> out;
-  for (const Field &f : form->fields) out.push_back({part + "." + f.path, f.off, f.width, &f});
-  return out;
+// The slices of a part, made once per form: they are asked for every
+// record. A part without form is one slice, made in raw.
+const std::vector<Slice> &slices(const Form *form, const Bytes &bytes, const std::string &part,
+                                 std::vector<Slice> &raw) {
+  if (!form) return raw = {{part + ".hex", 0, bytes.size(), nullptr}};
+  static thread_local std::map<std::pair<const Form *, std::string>, std::vector<Slice>> made;
+  auto [it, fresh] = made.try_emplace({form, part});
+  if (fresh)
+    for (const Field &f : form->fields) it->second.push_back({part + "." + f.path, f.off, f.width, &f});
+  return it->second;
 }
 
 bool all_zero(const uint8_t *p, size_t n) {
@@ -92,7 +97,12 @@ class Collector {
     size_t k = static_cast<size_t>(cls);
     classes_ |= 1u << k;
     const Record &r = b ? *b : *a;
-    ++c_.by_what[k][type_label(r.type()) + " " + (label.empty() ? field : label)];
+    label_ = type_labels()[r.type()];
+    label_ += ' ';
+    label_ += label.empty() ? field : label;
+    auto it = c_.by_what[k].find(label_);
+    if (it == c_.by_what[k].end()) it = c_.by_what[k].emplace(label_, 0).first;
+    ++it->second;
     if (cls != ChangeClass::lost && kept_[k] >= keep_) return;
     ++kept_[k];
     auto [was, now] = texts();
@@ -102,7 +112,8 @@ class Collector {
   void part(const Record &b, const Record &a, const std::string &name, const Bytes &xb, const Bytes &xa,
             const Form *fb, const Form *fa) {
     if (xb == xa) return;
-    std::vector<Slice> sb = slices(fb, xb, name), sa = slices(fa, xa, name);
+    std::vector<Slice> raw_b, raw_a;
+    const std::vector<Slice> &sb = slices(fb, xb, name, raw_b), &sa = slices(fa, xa, name, raw_a);
     std::vector<bool> matched(sa.size());
     for (const Slice &s : sb) {
       auto t = std::find_if(sa.begin(), sa.end(), [&](const Slice &o) { return o.path == s.path && o.width == s.width; });
@@ -132,7 +143,18 @@ class Collector {
     for (size_t k = 0; k < kChangeClasses; ++k) c_.records[k] += (classes_ >> k) & 1u;
   }
 
+  // The label of every key type, made once.
+  static const std::array<std::string, 256> &type_labels() {
+    static const auto labels = [] {
+      std::array<std::string, 256> all;
+      for (int t = 0; t < 256; ++t) all[t] = type_label(static_cast<uint8_t>(t));
+      return all;
+    }();
+    return labels;
+  }
+
   Classified &c_;
+  std::string label_;
   size_t keep_;
   std::array<size_t, kChangeClasses> kept_{};
   unsigned classes_ = 0;

@@ -4,10 +4,12 @@
 // gets each result as it ends.
 #include "device/conversion_run.h"
 
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -121,27 +123,41 @@ bool ConversionOutcome::ok() const {
   return true;
 }
 
-ConversionOutcome run_conversion(ConversionLibrary &lib, const DeviceImage &img, const std::string &from,
-                                 const std::string &to, const std::vector<Step> &steps, const ConversionSetup &setup,
-                                 const std::function<void(const StepResult &)> &on_step) {
+ConversionChild::ConversionChild(ConversionLibrary &lib, const DeviceImage &img, const std::string &from,
+                                 const std::string &to, const std::vector<Step> &steps, const ConversionSetup &setup) {
   int fds[2];
-  if (pipe(fds) != 0) throw ToolError(std::string("cannot make a pipe: ") + std::strerror(errno));
+  if (pipe2(fds, O_CLOEXEC) != 0) throw ToolError(std::string("cannot make a pipe: ") + std::strerror(errno));
   std::cout.flush();
   std::cerr.flush();
-  pid_t pid = fork();
-  if (pid < 0) throw ToolError(std::string("cannot start a process: ") + std::strerror(errno));
-  if (pid == 0) {
+  pid_ = fork();
+  if (pid_ < 0) {
+    close(fds[0]), close(fds[1]);
+    throw ToolError(std::string("cannot start a process: ") + std::strerror(errno));
+  }
+  if (pid_ == 0) {
     close(fds[0]);
     child(lib, img, from, to, steps, setup, fdopen(fds[1], "w"));
   }
   close(fds[1]);
-  FILE *in = fdopen(fds[0], "r");
+  from_child_ = fdopen(fds[0], "r");
+}
+
+ConversionChild::~ConversionChild() {
+  if (pid_ <= 0) return;
+  kill(pid_, SIGKILL);
+  int status;
+  while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+  }
+  if (from_child_) std::fclose(from_child_);
+}
+
+ConversionOutcome ConversionChild::wait(const std::function<void(const StepResult &)> &on_step) {
   ConversionOutcome out;
   std::string error;
   int running = -1;
   char *line = nullptr;
   size_t cap = 0;
-  while (getline(&line, &cap, in) > 0) {
+  while (getline(&line, &cap, from_child_) > 0) {
     Json j = Json::parse(line, nullptr, false);
     if (j.contains("start")) running = j["start"].get<int>();
     if (j.contains("result")) {
@@ -151,13 +167,21 @@ ConversionOutcome run_conversion(ConversionLibrary &lib, const DeviceImage &img,
     if (j.contains("error")) error = j["error"];
   }
   std::free(line);
-  std::fclose(in);
+  std::fclose(from_child_);
+  from_child_ = nullptr;
   int status = 0;
-  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
   }
+  pid_ = -1;
   if (!error.empty()) throw ToolError(error);
   if (!(WIFEXITED(status) && WEXITSTATUS(status) == 0)) out.died = death(status, out.steps, running);
   return out;
+}
+
+ConversionOutcome run_conversion(ConversionLibrary &lib, const DeviceImage &img, const std::string &from,
+                                 const std::string &to, const std::vector<Step> &steps, const ConversionSetup &setup,
+                                 const std::function<void(const StepResult &)> &on_step) {
+  return ConversionChild(lib, img, from, to, steps, setup).wait(on_step);
 }
 
 void print_step(const StepResult &s, const DeviceImage &img, std::ostream &out) {

@@ -43,9 +43,27 @@ struct ConversionOutcome {
   std::string died;               // why the child ended early ("" when it did not)
 };
 
-// Runs the steps of from -> to on img in a child process. on_step gets each
-// step's result as it ends. Throws ToolError when the child could not set
-// the image up (its reason).
+// A conversion started in a child process, so that the caller can go on
+// with other work while it runs. A child not waited for is killed and
+// reaped when the object goes.
+class ConversionChild {
+ public:
+  ConversionChild(ConversionLibrary &lib, const DeviceImage &img, const std::string &from, const std::string &to,
+                  const std::vector<Step> &steps, const ConversionSetup &setup);
+  ~ConversionChild();
+  ConversionChild(const ConversionChild &) = delete;
+  ConversionChild &operator=(const ConversionChild &) = delete;
+  // Reads the child's reports until it ends; on_step gets each step's
+  // result as it ends. Throws ToolError when the child could not set the
+  // image up (its reason).
+  ConversionOutcome wait(const std::function<void(const StepResult &)> &on_step);
+
+ private:
+  int pid_ = -1;
+  FILE *from_child_ = nullptr;
+};
+
+// Runs the steps of from -> to on img in a child process and waits for it.
 ConversionOutcome run_conversion(ConversionLibrary &lib, const DeviceImage &img, const std::string &from,
                                  const std::string &to, const std::vector<Step> &steps, const ConversionSetup &setup,
                                  const std::function<void(const StepResult &)> &on_step);

@@ -3,6 +3,8 @@
 #include "records/form_tables.h"
 
 #include <algorithm>
+#include <array>
+#include <map>
 #include <utility>
 
 namespace wsc {
@@ -115,14 +117,48 @@ std::string key_type_name(uint8_t type) {
   return t ? t->type_name : "";
 }
 
-std::vector<std::string> allowed_key_forms(uint8_t type) { return form_names(type, &wayshunt_type_forms_t::key); }
-std::vector<std::string> allowed_value_forms(uint8_t type) { return form_names(type, &wayshunt_type_forms_t::value); }
+// The names are asked for every record read; each type's list is made once.
+const std::vector<std::string> &allowed_key_forms(uint8_t type) {
+  static const auto names = [] {
+    std::array<std::vector<std::string>, 256> all;
+    for (int t = 0; t < 256; ++t) all[t] = form_names(static_cast<uint8_t>(t), &wayshunt_type_forms_t::key);
+    return all;
+  }();
+  return names[type];
+}
+const std::vector<std::string> &allowed_value_forms(uint8_t type) {
+  static const auto names = [] {
+    std::array<std::vector<std::string>, 256> all;
+    for (int t = 0; t < 256; ++t) all[t] = form_names(static_cast<uint8_t>(t), &wayshunt_type_forms_t::value);
+    return all;
+  }();
+  return names[type];
+}
 
 const Form *find_key_form(const std::string &name) { return find_form(key_forms(), name); }
 const Form *find_value_form(const std::string &name) { return find_form(value_forms(), name); }
 
-const Form *key_form(const Record &r) { return form_of(key_forms(), allowed_key_forms(r.type()), r.key.size()); }
-const Form *value_form(const Record &r) { return form_of(value_forms(), allowed_value_forms(r.type()), r.value.size()); }
+namespace {
+
+// The form of a part of a type and size, looked up once per pair.
+const Form *cached_form(const std::vector<Form> &forms, const std::vector<std::string> &(*allowed)(uint8_t), uint8_t type,
+                        size_t size) {
+  struct Cache {
+    std::map<std::pair<uint8_t, size_t>, const Form *> forms;
+  };
+  static thread_local std::map<const std::vector<Form> *, Cache> caches;
+  auto &cache = caches[&forms].forms;
+  auto it = cache.find({type, size});
+  if (it == cache.end()) it = cache.emplace(std::pair{type, size}, form_of(forms, allowed(type), size)).first;
+  return it->second;
+}
+
+}  // namespace
+
+const Form *key_form(const Record &r) { return cached_form(key_forms(), allowed_key_forms, r.type(), r.key.size()); }
+const Form *value_form(const Record &r) {
+  return cached_form(value_forms(), allowed_value_forms, r.type(), r.value.size());
+}
 
 unsigned eras_fitting(const Record &r, bool moved_down) {
   const wayshunt_type_forms_t *t = type_forms(r.type());

@@ -43,8 +43,8 @@ const wayshunt_type_forms_t *type_forms(uint8_t type);
 std::string key_type_name(uint8_t type);
 
 // Names of the forms a key or value of the type takes in any era, besides raw.
-std::vector<std::string> allowed_key_forms(uint8_t type);
-std::vector<std::string> allowed_value_forms(uint8_t type);
+const std::vector<std::string> &allowed_key_forms(uint8_t type);
+const std::vector<std::string> &allowed_value_forms(uint8_t type);
 
 // The form of that name with its fields, or null.
 const Form *find_key_form(const std::string &name);
