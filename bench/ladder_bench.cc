@@ -36,6 +36,7 @@
 #include <string>
 #include <vector>
 
+#include "wayshunt_cnv.h"
 #include "if_index.h"
 #include "store/synth.h"
 #include "wayshunt.h"
@@ -336,8 +337,8 @@ int main(int argc, char **argv) {
     dir = std::string(tmp && *tmp ? tmp : "/tmp") + "/ladder_bench.XXXXXX";
     if (!mkdtemp(dir.data())) die("mkdtemp");
   }
-  const std::string master = dir + "/master.mdb", work = dir + "/wayshunt_runtime_ha.mdb";
-  const std::string url = "nonvolatile:" + dir + "/wayshunt_runtime_ha";
+  const std::string master = dir + "/master.mdb", work = dir + "/" WAYSHUNT_CNV_RUNTIME_KVS ".mdb";
+  const std::string url = "nonvolatile:" + dir + "/" WAYSHUNT_CNV_RUNTIME_KVS;
   std::printf("ladder of moves, median of %d runs, library %s\n", o.runs, o.lib.c_str());
 
   // Cost per record of each move at each size, for the relative columns.

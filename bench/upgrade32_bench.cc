@@ -26,6 +26,7 @@
 #include <string>
 #include <vector>
 
+#include "wayshunt_cnv.h"
 #include "if_index.h"
 #include "kvs_admin.h"
 #include "kvs_defs.h"
@@ -117,7 +118,7 @@ int main(int argc, char **argv) {
   const char *tmp = std::getenv("TMPDIR");
   std::string dir = std::string(tmp && *tmp ? tmp : "/tmp") + "/upgrade32_bench.XXXXXX";
   if (!mkdtemp(dir.data())) die("cannot make a temporary folder");
-  std::string url = "nonvolatile:" + dir + "/wayshunt_runtime_ha";
+  std::string url = "nonvolatile:" + dir + "/" WAYSHUNT_CNV_RUNTIME_KVS;
 
   std::printf("%10s %12s %14s %16s %16s\n", "entries", "seconds", "entries/s", "lookups/entry", "stores/entry");
   for (size_t n : sizes) {

@@ -20,6 +20,7 @@
 #include <filesystem>
 #include <string>
 
+#include "wayshunt_cnv.h"
 #include "if_index.h"
 #include "kvs_admin.h"
 #include "kvs_defs.h"
@@ -183,7 +184,7 @@ int main(int argc, char **argv) {
   const char *tmp = getenv("TMPDIR");
   std::string dir = std::string(tmp && *tmp ? tmp : "/tmp") + "/upgrade_bench.XXXXXX";
   if (!mkdtemp(dir.data())) die("mkdtemp", std::strerror(errno));
-  std::string url = "nonvolatile:" + dir + "/wayshunt_runtime_ha";
+  std::string url = "nonvolatile:" + dir + "/" WAYSHUNT_CNV_RUNTIME_KVS;
 
   std::printf("upgrade from 4.1.3 or lower, debug gate shut (%s)\n\n", lib.c_str());
   std::printf("mixed store over many targets\n%10s %9s %9s %12s %14s\n", "records", "targets", "seconds", "records/s",

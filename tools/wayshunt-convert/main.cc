@@ -6,20 +6,23 @@
 #include <string>
 
 #include "commands/commands.h"
+#include "store/store_arg.h"
 #include "tool_error.h"
 
 namespace {
 
-constexpr const char *kFooter = R"footer(Exit status:
+std::string footer() {
+  return std::string(R"footer(Exit status:
   0  success (diff: the stores are equal; verify: no violation; run, demo:
-     every entry point returned 0)
+     every entry point returned 0 and the audit found the store intact)
   1  diff: the stores differ; verify: violations found; run, demo: an entry
-     point returned a non-zero status
-  2  error: bad arguments or input, a store that cannot be read or written, or
-     a device image that cannot be set up
+     point returned a non-zero status, or the audit found damage
+  2  error: bad arguments or input, a store that cannot be read or written, a
+     store whose forms are not those of the release --from names, or a device
+     image that cannot be set up
 
-A <store> is a URL nonvolatile:<dir>/<name>, a data file <dir>/<name>.mdb, or
-a folder holding wayshunt_runtime_ha.mdb. PLAT_KVS_ROOT, when set, is the
+A <store> is a URL nonvolatile:<dir>/<name>, a data file <dir>/<name>)footer") +
+         wsc::kStoreFileExtension + ", or\na folder holding " + wsc::kRuntimeStoreName + wsc::kStoreFileExtension + R"footer(. PLAT_KVS_ROOT, when set, is the
 folder every store URL is taken relative to.
 
 Examples:
@@ -28,6 +31,7 @@ Examples:
   wayshunt-convert run --from "3.2(1)" --to "4.2(1a)" --image /tmp/img
   wayshunt-convert dump /tmp/img/mnt/kvs
 Run 'wayshunt-convert <command> --help' for a command's options.)footer";
+}
 
 std::string one_line(std::string s) {
   for (char &c : s)
@@ -49,7 +53,7 @@ int main(int argc, char **argv) {
                "compare, generate and check such stores.",
                "wayshunt-convert"};
   app.require_subcommand(1);
-  app.footer(kFooter);
+  app.footer(footer());
 
   wsc::add_dump_command(app);
   wsc::add_info_command(app);

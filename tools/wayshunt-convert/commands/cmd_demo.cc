@@ -25,6 +25,7 @@
 #include "records/formats.h"
 #include "commands/move_flow.h"
 #include "plat_ctl.h"
+#include "store/store_arg.h"
 #include "store/store_io.h"
 #include "store/synth.h"
 #include "tool_error.h"
@@ -69,7 +70,7 @@ void build_image(const DeviceImage &img, size_t count) {
     f << "stored file " << kServiceFiles[i] << " of the wayshunt service\n" << std::string(64 * (i + 1), 'x') << "\n";
     if (!f) throw ToolError("cannot write the service files in " + img.mnt_kvs() + "; check free space");
   }
-  std::cout << "device image " << img.dir << ":\n  mnt/kvs: wayshunt_runtime_ha.mdb (a generated 3.2 store of "
+  std::cout << "device image " << img.dir << ":\n  mnt/kvs: " << kRuntimeStoreName << kStoreFileExtension << " (a generated 3.2 store of "
             << records.size() << " records) and the service's " << kServiceFiles.size() << " stored files\n"
             << "  bootflash/, standby/ (empty), hub/, reldesc/\n";
 }

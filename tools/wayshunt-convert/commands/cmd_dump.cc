@@ -57,8 +57,8 @@ void add_dump_command(CLI::App &app) {
       "(worldwide names as aa:bb:..., acl_flags by name, interfaces as fc3/12 or port-channel5).\n"
       "A key or value in no known form of its type is shown as hex.\n\n"
       "Example:\n"
-      "  wayshunt-convert dump /tmp/img/wayshunt_runtime_ha.mdb\n"
-      "  wayshunt-convert dump --json nonvolatile:/tmp/img/wayshunt_runtime_ha > store.json");
+      "  wayshunt-convert dump /tmp/img/mnt/kvs\n"
+      "  wayshunt-convert dump --json /tmp/img/mnt/kvs > store.json");
   cmd->callback([o] { run_dump(*o); });
 }
 

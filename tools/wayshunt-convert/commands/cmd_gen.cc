@@ -45,7 +45,7 @@ void add_gen_command(CLI::App &app) {
       "port-channels, and outside 3.2 one RUNTIME_LC_INFO record per slot. A progress bar shows\n"
       "on a terminal for 10000 records or more.\n\n"
       "Example:\n"
-      "  wayshunt-convert gen --era 3.2 --records 100000 --seed 7 /tmp/img/wayshunt_runtime_ha.mdb");
+      "  wayshunt-convert gen --era 3.2 --records 100000 --seed 7 /tmp/img/mnt/kvs");
   cmd->callback([o] { run_gen(*o); });
 }
 

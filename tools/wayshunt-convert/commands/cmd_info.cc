@@ -42,7 +42,7 @@ void add_info_command(CLI::App &app) {
       "moved down to 3.2 reads as 4.1.3 or lower. Exit status 0, or 2 on error.\n\n"
       "Example:\n"
       "  wayshunt-convert info /tmp/img/mnt/kvs\n"
-      "  wayshunt-convert info --json nonvolatile:/tmp/img/mnt/kvs/wayshunt_runtime_ha");
+      "  wayshunt-convert info --json /tmp/img/mnt/kvs");
   cmd->callback([o] { run_info(*o); });
 }
 

@@ -14,6 +14,7 @@
 #include "records/json_codec.h"
 #include "device/log_reader.h"
 #include "tool_error.h"
+#include "wayshunt_cnv.h"
 
 namespace wsc {
 
@@ -94,7 +95,7 @@ void run_log(const LogOptions &o) {
 void add_log_command(CLI::App &app) {
   auto o = std::make_shared<LogOptions>();
   CLI::App *cmd = app.add_subcommand("log", "Read a conversion log and explain each error record.");
-  cmd->add_option("source", o->source, "The log file, or a device image folder (its bootflash/wayshunt_cnv.log)");
+  cmd->add_option("source", o->source, "The log file, or a device image folder (its " WAYSHUNT_CNV_LOG_PATH ")");
   cmd->add_flag("--json", o->json, "Write the records found as JSON");
   cmd->add_flag("--quiet", o->quiet, "Print only the summary line");
   cmd->add_flag("--table", o->table, "Print the table of error records (as in the operator guide) and exit");
@@ -107,7 +108,7 @@ void add_log_command(CLI::App &app) {
       "error.\n\n"
       "Example:\n"
       "  wayshunt-convert log /tmp/img\n"
-      "  wayshunt-convert log --json /tmp/img/bootflash/wayshunt_cnv.log");
+      "  wayshunt-convert log --json /tmp/img" WAYSHUNT_CNV_LOG_PATH);
   cmd->callback([o] {
     if (o->source.empty() && !o->table) throw ToolError("give a conversion log file or a device image folder");
     run_log(*o);

@@ -96,9 +96,9 @@ void add_verify_command(CLI::App &app) {
       "record's key in hex, its type and what is wrong. Slots are looked up as the conversion does\n"
       "(PLAT_PORTMAP_TABLE applies). Exit status 0 when clean, 1 on violations, 2 on error.\n\n"
       "Example:\n"
-      "  wayshunt-convert verify --era 3.2 /tmp/img/wayshunt_runtime_ha.mdb\n"
+      "  wayshunt-convert verify --era 3.2 /tmp/img/mnt/kvs\n"
       "  wayshunt-convert verify --era 4.2 --after-upgrade /tmp/img\n"
-      "  wayshunt-convert verify --era 3.2 --after-downgrade nonvolatile:/tmp/img/wayshunt_runtime_ha");
+      "  wayshunt-convert verify --era 3.2 --after-downgrade /tmp/img/mnt/kvs");
   cmd->callback([o] { run_verify(*o); });
 }
 

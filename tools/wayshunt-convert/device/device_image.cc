@@ -61,7 +61,7 @@ DeviceImage image_at(const std::string &dir, bool need_store) {
   if (!fs::is_directory(img.dir, ec))
     throw ToolError("image folder " + img.dir + " does not exist; give a device image folder (see 'run --help')");
   if (need_store && !fs::is_regular_file(img.store_file(), ec))
-    throw ToolError("image " + img.dir + " holds no runtime store (mnt/kvs/wayshunt_runtime_ha.mdb); create one with " +
+    throw ToolError("image " + img.dir + " holds no runtime store (" + img.store_file() + "); create one with " +
                     "'wayshunt-convert gen --era 3.2 --records 1000 " + img.store_file() + "' (after mkdir -p " + img.mnt_kvs() + ") or 'load'");
   return img;
 }
@@ -133,7 +133,7 @@ void prepare_move(const DeviceImage &img, const std::string &from, const std::st
 }
 
 void enter_device_root(const DeviceImage &img) {
-  std::string why = devroot::enter({{"/bootflash", img.bootflash()}, {device_kvs_dir(), img.mnt_kvs()}});
+  std::string why = devroot::enter({{device_log_dir(), img.bootflash()}, {device_kvs_dir(), img.mnt_kvs()}});
   if (!why.empty())
     throw ToolError("cannot show the image at /bootflash and /mnt/kvs: " + why +
                     "; allow unprivileged user namespaces (sysctl kernel.unprivileged_userns_clone=1) or run as root");

@@ -5,6 +5,7 @@
 #include <regex>
 
 #include "tool_error.h"
+#include "wayshunt_cnv.h"
 
 namespace wsc {
 
@@ -51,7 +52,7 @@ const std::vector<ErrorRecordKind> &error_record_kinds() {
       {"wayshunt_cnv_handle_downgrade_for_runtime_kvs", "Downgrade Failed",
        "The conversion to the 4.1.3-or-lower forms failed on a move below 4.2; the conversion to 3.2, if due, did "
        "not run. The status convert_gsync returned tells why: 'kvs: no such store' or 'bad store URL' (the path "
-       "holds no wayshunt_runtime_ha; nothing changed), 'kvs: no key' (the store is empty; nothing needed "
+       "holds no " WAYSHUNT_CNV_RUNTIME_KVS "; nothing changed), 'kvs: no key' (the store is empty; nothing needed "
        "converting), another store status (the store could not be opened or written).",
        "Check the path, or free space or repair the file system, and run the move again: keys already in the "
        "18-byte form are left as they are, so a second run is safe. An empty store needs nothing.", false},
@@ -95,7 +96,7 @@ std::vector<LogRecord> split_log(const std::string &text, const std::string &sou
   auto begin = std::sregex_iterator(text.begin(), text.end(), record_prefix());
   if (!text.empty() && (begin == std::sregex_iterator() || begin->position() != 0))
     throw ToolError(source + " is no conversion log (no record begins it, as 'function():line ' does); give "
-                             "<image>/bootflash/wayshunt_cnv.log or a device image folder");
+                             "<image>" WAYSHUNT_CNV_LOG_PATH " or a device image folder");
   for (auto it = begin; it != std::sregex_iterator(); ++it) {
     auto next = std::next(it);
     size_t start = it->position() + it->length();

@@ -21,7 +21,7 @@ std::string data_file(const std::string &url, const std::string &arg) {
   retcode_t rc = kvs_store_file(url.c_str(), buf, sizeof buf);
   if (rc)
     throw ToolError("'" + arg + "' is not a store URL (" + retcode2str(rc) +
-                    "); write nonvolatile:<dir>/<name>, e.g. nonvolatile:/var/kvs/wayshunt_runtime_ha");
+                    "); write nonvolatile:<dir>/<name>, e.g. nonvolatile:/var/kvs/" + kRuntimeStoreName);
   return buf;
 }
 
