@@ -206,7 +206,8 @@ class Flow {
   }
 
   void report_store_after() {
-    StoreProfile p = profile_store(store_of(img_));
+    Records after = store_of(img_);  // the profile points into it
+    StoreProfile p = profile_store(after);
     v_.doc["store_after"] = profile_to_json(p, img_.store_file());
     out_ << "runtime store after the move: " << p.records << " records, era " << era_verdict(p)
          << "; look with 'wayshunt-convert info " << img_.mnt_kvs() << "' or 'dump'\n";

@@ -1,0 +1,142 @@
+// The tool's reports checked against what the library did, on generated
+// stores of every era and every move of the ladder, with and without fault
+// rules: the forecast must equal the real move's change, record for record,
+// and the audit's findings must equal the difference between the faulted
+// move and a clean one. Every store is compared through the tool's own
+// 'diff', run as a separate process on the stores the moves left.
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <cctype>
+#include <cstdio>
+#include <sstream>
+#include <filesystem>
+#include <set>
+
+#include "test_support.h"
+#include "tool_run.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+struct Move {
+  const char *era, *from, *to;
+  bool loses;  // the forms the move enters keep less than those it leaves
+};
+
+const Move kMoves[] = {{"3.2", "3.2(1)", "4.2(1)", false}, {"3.2", "3.2(1)", "4.1(3)", false},
+                       {"4.1", "4.1(3)", "4.2(1)", false}, {"4.2", "4.2(1)", "4.1(3)", true},
+                       {"4.2", "4.2(1)", "3.2(1)", true},  {"4.1", "4.1(3)", "3.2(1)", true}};
+const char *const kFaults[] = {"", "kvs_store:5", "portmap_get_slot:2-9", "kvs_delete:3", "kvs_getvalue:4=null"};
+
+Json tool_json(const std::vector<std::string> &args, int want_status = -1) {
+  tooltest::Run r = tooltest::run_tool(args);
+  if (want_status >= 0) {
+    EXPECT_EQ(r.status, want_status) << r.err;
+  }
+  Json j = Json::parse(r.out, nullptr, false);
+  EXPECT_FALSE(j.is_discarded()) << r.out << r.err;
+  return j;
+}
+
+std::string image(const std::string &img, const Move &m, int seed) {
+  tooltest::run_tool({"gen", "--era", m.era, "--records", std::to_string(150 + 70 * seed), "--seed",
+                      std::to_string(seed), img + "/mnt/kvs"});
+  return img;
+}
+
+// The hex of an RW key as the tool names it: type, sub-type, then the hash
+// number's bytes, lowest first.
+std::string key_hex(const Json &record) {
+  char hex[8];
+  std::snprintf(hex, sizeof hex, "%02x%02x", record["type"] == "ACL_RW_1" ? 0x37 : 0, record["key"]["sub_type"].get<int>());
+  std::string out = hex;
+  for (uint64_t v = std::stoull(record["key"]["acl_hash_key_lower"].get<std::string>(), nullptr, 16), i = 0; i < 8; ++i, v >>= 8) {
+    std::snprintf(hex, sizeof hex, "%02x", static_cast<unsigned>(v & 0xff));
+    out += hex;
+  }
+  return out;
+}
+
+// The keys of the records in which two stores differ, as 'diff' prints
+// them: "- TYPE key ...", "+ TYPE key ...", "~ TYPE key".
+std::set<std::string> differing_keys(const std::string &a, const std::string &b) {
+  std::istringstream lines(tooltest::run_tool({"diff", "--color", "never", a, b}).out);
+  std::set<std::string> keys;
+  for (std::string line; std::getline(lines, line);)
+    if (line.size() > 2 && std::string("-+~").find(line[0]) != std::string::npos && line[1] == ' ') {
+      std::istringstream words(line.substr(2));
+      std::string type, key;
+      words >> type >> key;
+      keys.insert(key);
+    }
+  return keys;
+}
+
+class Observed : public ::testing::TestWithParam<std::tuple<Move, const char *, int>> {
+ protected:
+  testsupport::TempDir dir_;
+  testsupport::ScopedEnv tmp_{"TMPDIR", dir_.path().c_str()}, no_faults_{"PLAT_FAULTS", nullptr};
+};
+
+TEST_P(Observed, ForecastIsTheMoveAndAuditIsTheDamage) {
+  auto [m, fault, seed] = GetParam();
+  std::string img = image(dir_ / "img", m, seed), clean = image(dir_ / "clean", m, seed);
+  fs::copy_file(img + "/mnt/kvs/wayshunt_runtime_ha.mdb", dir_ / "before.mdb");
+  std::vector<std::string> args = {"run", "--json", "--from", m.from, "--to", m.to, "--image", img};
+  if (*fault) args.insert(args.end(), {"--fault", fault});
+  Json run = tool_json(args);
+
+  Json moved = tool_json({"diff", "--classify", "--json", dir_ / "before.mdb", img + "/mnt/kvs"});
+  EXPECT_EQ(run["forecast"]["items"], moved["items"]) << "the forecast differs from what the move did";
+  if (!*fault) {
+    EXPECT_EQ(run["forecast"]["loses"].get<bool>(), m.loses) << run["forecast"]["summary"];
+  }
+
+  tool_json({"run", "--json", "--no-audit", "--from", m.from, "--to", m.to, "--image", clean}, 0);
+  std::set<std::string> damaged = differing_keys(clean + "/mnt/kvs", img + "/mnt/kvs"), found;
+  for (const Json &f : run["audit"]["findings"])
+    if (f["kind"] != "invariant" && f["kind"] != "standby") found.insert(f["key"]);
+  EXPECT_EQ(found, damaged) << "the audit's findings differ from the faulted move against a clean one";
+  EXPECT_EQ(run["audit"]["clean"].get<bool>(), damaged.empty());
+}
+
+std::string case_name(const ::testing::TestParamInfo<Observed::ParamType> &info) {
+  auto [m, fault, seed] = info.param;
+  std::string name = std::string(m.from) + "_" + m.to + "_" + (*fault ? fault : "clean") + "_" + std::to_string(seed);
+  for (char &c : name)
+    if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+  return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Ladder, Observed,
+                         ::testing::Combine(::testing::ValuesIn(kMoves), ::testing::ValuesIn(kFaults), ::testing::Values(1, 2)),
+                         case_name);
+
+// Bytes that belong to no field of the 3.2 RW value and are not zero are the
+// only loss of a move up from 3.2: exactly those records are named lost.
+TEST(ObservedLoss, NonZeroUnusedBytesAreLostAndNamed) {
+  testsupport::TempDir dir;
+  testsupport::ScopedEnv tmp("TMPDIR", dir.path().c_str());
+  std::string img = image(dir / "img", kMoves[0], 1);
+  Json store = tool_json({"dump", "--json", img + "/mnt/kvs"});
+  std::set<std::string> edited;
+  for (Json &r : store["records"])
+    if (r["value"].value("form", "") == "rw_acl_32" && edited.size() < 3) {
+      r["value"]["unused"] = "11abcd";
+      edited.insert(key_hex(r));
+    }
+  testsupport::write_file(dir / "store.json", store.dump());
+  ASSERT_EQ(tooltest::run_tool({"load", "--force", dir / "store.json", img + "/mnt/kvs"}).status, 0);
+  Json run = tool_json({"run", "--dry-run", "--json", "--from", "3.2(1)", "--to", "4.2(1)", "--image", img}, 0);
+  std::set<std::string> lost;
+  for (const Json &i : run["forecast"]["items"])
+    if (i["class"] == "lost") lost.insert(i["key"].get<std::string>() + " " + i["field"].get<std::string>());
+  std::set<std::string> want;
+  for (const std::string &k : edited) want.insert(k + " value.unused");
+  EXPECT_EQ(lost, want) << run["forecast"]["summary"];
+}
+
+}  // namespace
