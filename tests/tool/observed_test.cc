@@ -139,4 +139,23 @@ TEST(ObservedLoss, NonZeroUnusedBytesAreLostAndNamed) {
   EXPECT_EQ(lost, want) << run["forecast"]["summary"];
 }
 
+// A slot that was known and that a failed lookup turns into 255 is lost; a
+// slot that was 0 (never filled in) and turns into 255 is not.
+TEST(ObservedLoss, KnownSlotsTurnedTo255AreLost) {
+  testsupport::TempDir dir;
+  testsupport::ScopedEnv tmp("TMPDIR", dir.path().c_str());
+  std::string img = image(dir / "img", kMoves[2], 1);
+  Json run = tool_json({"run", "--dry-run", "--json", "--from", "4.1(3)", "--to", "4.2(1)", "--image", img, "--fault",
+                        "portmap_get_slot:1-40"}, 0);
+  size_t lost = 0;
+  for (const Json &i : run["forecast"]["items"]) {
+    if (i["field"] != "value.slot_num" || i["after"] != "255") continue;
+    bool known = i["before"] != "0" && i["before"] != "255";
+    EXPECT_EQ(i["class"], known ? "lost" : "repaired") << i.dump();
+    lost += known;
+  }
+  EXPECT_GT(lost, 0u) << "no known slot met a failed lookup: the case tests nothing";
+  EXPECT_TRUE(run["forecast"]["loses"].get<bool>());
+}
+
 }  // namespace
