@@ -117,23 +117,22 @@ std::string key_type_name(uint8_t type) {
   return t ? t->type_name : "";
 }
 
-// The names are asked for every record read; each type's list is made once.
-const std::vector<std::string> &allowed_key_forms(uint8_t type) {
+// Each type's form names, made once for keys and once for values: they are
+// asked for every record read.
+static const std::vector<std::string> &names_of(uint8_t type, bool key) {
   static const auto names = [] {
-    std::array<std::vector<std::string>, 256> all;
-    for (int t = 0; t < 256; ++t) all[t] = form_names(static_cast<uint8_t>(t), &wayshunt_type_forms_t::key);
+    std::array<std::array<std::vector<std::string>, 256>, 2> all;
+    for (int t = 0; t < 256; ++t) {
+      all[0][t] = form_names(static_cast<uint8_t>(t), &wayshunt_type_forms_t::value);
+      all[1][t] = form_names(static_cast<uint8_t>(t), &wayshunt_type_forms_t::key);
+    }
     return all;
   }();
-  return names[type];
+  return names[key][type];
 }
-const std::vector<std::string> &allowed_value_forms(uint8_t type) {
-  static const auto names = [] {
-    std::array<std::vector<std::string>, 256> all;
-    for (int t = 0; t < 256; ++t) all[t] = form_names(static_cast<uint8_t>(t), &wayshunt_type_forms_t::value);
-    return all;
-  }();
-  return names[type];
-}
+
+const std::vector<std::string> &allowed_key_forms(uint8_t type) { return names_of(type, true); }
+const std::vector<std::string> &allowed_value_forms(uint8_t type) { return names_of(type, false); }
 
 const Form *find_key_form(const std::string &name) { return find_form(key_forms(), name); }
 const Form *find_value_form(const std::string &name) { return find_form(value_forms(), name); }
