@@ -64,7 +64,7 @@ std::string demo_folder(const std::string &dir) {
 void build_image(const DeviceImage &img, size_t count) {
   make_image_folders(img);
   Records records = synthesize_store(Era::v32, count, 1);
-  write_store(resolve_store(img.store_file()), records, false);
+  write_store(img.store(), records, false);
   for (size_t i = 0; i < kServiceFiles.size(); ++i) {
     std::ofstream f(img.mnt_kvs() + "/" + kServiceFiles[i], std::ios::binary);
     f << "stored file " << kServiceFiles[i] << " of the wayshunt service\n" << std::string(64 * (i + 1), 'x') << "\n";
@@ -153,12 +153,12 @@ void print_standby(const DeviceImage &img, std::ostream &out) {
 
 bool move(ConversionLibrary &lib, const DeviceImage &img, const char *const (&versions)[2], const std::string &what) {
   std::cout << "\n== " << what << ": " << versions[0] << " -> " << versions[1] << "\n";
-  Records before = read_store(resolve_store(img.store_file()));
+  Records before = read_store(img.store());
   MoveOptions o;
   o.from = versions[0], o.to = versions[1], o.image = img.dir;
   MoveVerdict v = run_move(o, lib, img, std::cout);
   std::cout << "-- what changed\n";
-  print_change_summary(before, read_store(resolve_store(img.store_file())), std::cout);
+  print_change_summary(before, read_store(img.store()), std::cout);
   return v.statuses_ok && !v.damaged;
 }
 

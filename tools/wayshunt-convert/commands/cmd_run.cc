@@ -26,6 +26,7 @@ void run_command(const MoveOptions &o) {
   check_fault_rules(o.faults);
   disarm_faults();         // the tool's own reads meet no rule; each conversion arms its own
   plat_journal_set(nullptr);  // nor are they journaled: the journal is the move's
+  unsetenv("PLAT_KVS_ROOT");  // the image's paths are meant as they stand, by the tool as by the library
   DeviceImage img = image_at(o.image, true);
   std::string library = o.library.empty() ? find_library(o.trace) : fs::absolute(o.library).string();
   ConversionLibrary lib(library);  // loaded before the image is touched: a bad library changes nothing

@@ -40,7 +40,7 @@ bool rules_in_force(const MoveOptions &o) {
 
 std::string move_word(Direction d) { return d == Direction::up ? "upgrade" : d == Direction::down ? "downgrade" : "move"; }
 
-Records store_of(const DeviceImage &img) { return read_store(resolve_store(img.store_file())); }
+Records store_of(const DeviceImage &img) { return read_store(img.store()); }
 
 std::string file_text(const std::string &path) {
   std::ifstream f(path, std::ios::binary);

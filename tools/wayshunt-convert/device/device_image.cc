@@ -52,6 +52,10 @@ std::string DeviceImage::store_file() const {
   return mnt_kvs() + "/" + WAYSHUNT_CNV_RUNTIME_KVS + kStoreFileExtension;
 }
 
+StoreRef DeviceImage::store() const {
+  return {"nonvolatile:" + mnt_kvs() + "/" + kRuntimeStoreName, store_file()};
+}
+
 std::string DeviceImage::log_file() const { return dir + WAYSHUNT_CNV_LOG_PATH; }
 
 DeviceImage image_at(const std::string &dir, bool need_store) {

@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "hub_defs.h"
+#include "store/store_arg.h"
 #include "wayshunt_cli.h"
 #include "wayshunt_cnv.h"
 
@@ -54,6 +55,7 @@ struct DeviceImage {
   std::string hub() const { return dir + "/hub"; }
   std::string reldesc() const { return dir + "/reldesc"; }
   std::string store_file() const;  // the runtime store's data file in mnt/kvs
+  StoreRef store() const;          // the runtime store by URL and file (PLAT_KVS_ROOT unset)
   std::string log_file() const;    // the conversion log in bootflash
   // The image's record of the moves run on it, one JSON object a line.
   std::string history_file() const { return bootflash() + "/wayshunt-convert-history.jsonl"; }
