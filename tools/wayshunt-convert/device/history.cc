@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 
 #include "tool_error.h"
@@ -26,8 +27,12 @@ std::string append_history(const DeviceImage &img, const Json &record) {
 }
 
 std::vector<Json> read_history(const std::string &file) {
+  std::error_code ec;
+  if (!std::filesystem::exists(file, ec))
+    throw ToolError("no history at " + file + ": no move was run on this image yet");
+  if (!std::filesystem::is_regular_file(file, ec)) throw ToolError(file + " is no history file; move it away");
   std::ifstream in(file);
-  if (!in) throw ToolError("cannot read " + file + " (" + std::strerror(errno) + "); no move was run on this image yet, or check its permissions");
+  if (!in) throw ToolError("cannot read " + file + " (" + std::strerror(errno) + "); check its permissions");
   std::vector<Json> out;
   for (std::string line; std::getline(in, line);) {
     if (line.empty()) continue;
