@@ -92,14 +92,41 @@ class Flow {
     }
     if (o_.dry_run) return dry_run();
     std::optional<Classified> forecast;
-    if (!o_.no_audit) forecast = run_forecast();  // checks the era while the copy converts
-    make_image_folders(img_);
-    check_hub_dir(img_.hub());
-    ConversionOutcome moved = run_the_move();
-    if (!o_.no_audit) audit(moved);
+    ConversionOutcome moved;
+    if (o_.no_audit) {
+      moved = finish_move(*start_move());
+    } else {
+      moved = audited_move(forecast);
+    }
     v_.doc["seconds"]["total"] = since(start);
     write_history(moved, forecast);
     return std::move(v_);
+  }
+
+ private:
+  // The forecast's copy converts while the store as it was is read and held
+  // to --from (a store refused there stops it); the move starts once the
+  // store passed, while the forecast is described and printed, and so does
+  // the clean conversion the audit needs when fault rules apply. What each
+  // conversion reports is printed in that order: forecast, move, audit.
+  ConversionOutcome audited_move(std::optional<Classified> &forecast) {
+    auto start = Clock::now();
+    DeviceImage copy = image_copy("forecast");
+    if (faulted_) clean_copy_ = image_copy("clean");
+    ConversionChild forecasting(lib_, copy, o_.from, o_.to, steps_of(o_.step), with_rules(""));
+    before_ = store_of(img_);
+    check_era();
+    std::unique_ptr<ConversionChild> mover = start_move();
+    std::unique_ptr<ConversionChild> cleaning;
+    if (faulted_) cleaning = std::make_unique<ConversionChild>(lib_, clean_copy_, o_.from, o_.to, steps_of(o_.step),
+                                                               ConversionSetup{});
+    forecast_ = forecasting.wait(nullptr);
+    forecast_after_ = store_of(copy);
+    forecast = describe(forecast_, forecast_after_, "forecast (the library's conversion of a copy");
+    v_.doc["seconds"]["forecast"] = since(start);
+    ConversionOutcome moved = finish_move(*mover);
+    audit(moved, cleaning.get());
+    return moved;
   }
 
  private:
@@ -166,27 +193,11 @@ class Flow {
     return k;
   }
 
-  // The copy converts in a child while the store as it was is read here
-  // and held to --from; a store refused there stops the child.
-  std::optional<Classified> run_forecast() {
-    auto start = Clock::now();
-    DeviceImage copy = image_copy("forecast");
-    if (faulted_) clean_copy_ = image_copy("clean");
-    {
-      ConversionChild child(lib_, copy, o_.from, o_.to, steps_of(o_.step), with_rules(""));
-      before_ = store_of(img_);
-      check_era();
-      forecast_ = child.wait(nullptr);
-    }
-    forecast_after_ = store_of(copy);
-    forecast_image_ = copy;
-    Classified k = describe(forecast_, forecast_after_, "forecast (the library's conversion of a copy");
-    v_.doc["seconds"]["forecast"] = since(start);
-    return k;
-  }
-
-  ConversionOutcome run_the_move() {
-    print_move_line(false);
+  // Starts the move on the image, its platform calls journaled where the
+  // user asks (PLAT_JOURNAL) or the audit needs them (fault rules).
+  std::unique_ptr<ConversionChild> start_move() {
+    make_image_folders(img_);
+    check_hub_dir(img_.hub());
     const char *user = std::getenv("PLAT_JOURNAL");
     if (user && *user) {
       journal_ = user;
@@ -197,7 +208,12 @@ class Flow {
     std::error_code ec;
     journal_start_ = journal_.empty() ? 0 : fs::file_size(journal_, ec);
     if (ec) journal_start_ = 0;
-    ConversionOutcome moved = convert(img_, with_rules(journal_), true);
+    return std::make_unique<ConversionChild>(lib_, img_, o_.from, o_.to, steps_of(o_.step), with_rules(journal_));
+  }
+
+  ConversionOutcome finish_move(ConversionChild &mover) {
+    print_move_line(false);
+    ConversionOutcome moved = mover.wait([this](const StepResult &s) { print_step(s, img_, out_); });
     if (!moved.died.empty()) out_ << "stopped: " << moved.died << "\n";
     v_.doc["steps"] = statuses_json(moved.steps);
     v_.statuses_ok = moved.ok();
@@ -233,13 +249,15 @@ class Flow {
     };
   }
 
-  void audit(const ConversionOutcome &moved) {
+  // cleaning: the clean conversion when fault rules apply; without them the
+  // forecast's is the clean one.
+  void audit(const ConversionOutcome &moved, ConversionChild *cleaning) {
     auto start = Clock::now();
     ConversionOutcome clean = forecast_;
     Records clean_store;
     const Records *reference = &forecast_after_;
-    if (faulted_) {
-      clean = convert(clean_copy_, {{}, false, ""}, false);
+    if (cleaning) {
+      clean = cleaning->wait(nullptr);
       clean_store = store_of(clean_copy_);
       reference = &clean_store;
     }
@@ -336,7 +354,7 @@ class Flow {
   Direction direction_ = Direction::none;
   Records before_, forecast_after_;
   ConversionOutcome forecast_;
-  DeviceImage forecast_image_, clean_copy_;
+  DeviceImage clean_copy_;
   std::unique_ptr<TempFolder> temp_;
   std::string journal_, verdict_;
   std::uintmax_t journal_start_ = 0;

@@ -103,7 +103,7 @@ class Collector {
     auto it = c_.by_what[k].find(label_);
     if (it == c_.by_what[k].end()) it = c_.by_what[k].emplace(label_, 0).first;
     ++it->second;
-    if (cls != ChangeClass::lost && kept_[k] >= keep_) return;
+    if (kept_[k] >= keep_) return;
     ++kept_[k];
     auto [was, now] = texts();
     c_.items.push_back({cls, b, a, field, was, now});
@@ -266,7 +266,9 @@ void print_classified(const Classified &c, const std::string &move, size_t shown
     size_t n = 0;
     for (const ChangeItem &item : c.items)
       if (item.cls == cls && n++ < shown) out << "    " << item_text(item) << "\n";
-    if (n > shown) out << "    ... and " << n - shown << " more (see --json)\n";
+    size_t total = 0;
+    for (const auto &[what, items] : c.by_what[k]) total += items;
+    if (total > std::min(n, shown)) out << "    ... and " << total - std::min(n, shown) << " more (see --json)\n";
   }
   out << "  unchanged " << records(c.unchanged) << "\n";
 }

@@ -45,15 +45,15 @@ struct Classified {
   std::array<size_t, kChangeClasses> records{};  // records with an item of the class
   // Items per class by what they touched: "ACL_RW_1 value.slot_num" -> items.
   std::array<std::map<std::string, size_t>, kChangeClasses> by_what;
-  std::vector<ChangeItem> items;  // lost ones first, then the others, each in key order; see keep
+  std::vector<ChangeItem> items;  // lost ones first, then the others, each in key order; at most keep a class
   size_t unchanged = 0;           // records equal on both sides
   size_t changed = 0;             // records with any item
   bool loses() const { return records[0] > 0; }
 };
 
 // Classifies the change from before to after (both in key order; they must
-// outlive the result). keep: items kept per class (all lost items are kept
-// in any case, so that every loss can be named).
+// outlive the result). keep: items kept per class, with their texts; every
+// item is counted.
 Classified classify_changes(const Records &before, const Records &after, size_t keep = SIZE_MAX);
 
 // "this upgrade loses information: 3 records (ACL_RW_1 value.unused 3)",
