@@ -52,6 +52,12 @@ retcode_t kvs_store_file(const char *url, char *buf, size_t len);
  * each is called per record, its data valid for that call only; a non-zero
  * return stops the walk and is returned. 0, KVS_ERR_NO_STORE,
  * KVS_ERR_BAD_URL, KVS_ERR_CORRUPT, KVS_ERR_IO, or what each returned.
+ * A file shorter than the pages its header says the store uses is refused
+ * (KVS_ERR_CORRUPT, "truncated: 8,192 of 2,293,760 bytes" in
+ * kvs_last_error_detail) before a page is read; a damaged page that makes
+ * the read fault ends the walk with KVS_ERR_CORRUPT rather than the process
+ * (SIGBUS and SIGSEGV are caught while the walk runs: call it from one
+ * thread).
  * Taking no lock, it may read a store that another process writes at the
  * same moment as it was at no one time: read a store nobody is writing. */
 typedef retcode_t (*kvs_record_fn)(const kvs_datum_t *key, const kvs_datum_t *value, void *arg);

@@ -109,6 +109,10 @@ const Case kCases[] = {
     {"store_forms", {{"info", "nonvolatile:@/s42/wayshunt_runtime_ha"}, {"info", "@/s42/wayshunt_runtime_ha.mdb"}, {"info", "@/s42/"},
                      {"PLAT_KVS_ROOT=@/s42", "info", "nonvolatile:/wayshunt_runtime_ha"}, {"PLAT_KVS_ROOT=@/s42", "info", "@/s42"},
                      {"info", "--json", "@/mixed.mdb"}, {"info", "@/mixed.mdb"}, {"info", "@/none.mdb"}, {"info", "@/junk.mdb"}}},
+    // A damaged store is one line and exit 2; a read-only one reads as any other.
+    {"store_damage", {{"info", "@/trunc.mdb"}, {"verify", "--era", "4.2", "@/trunc.mdb"}, {"dump", "@/trunc.mdb"},
+                      {"info", "@/junk.mdb"}, {"info", "@/damaged.mdb"}, {"info", "@/ro"}, {"verify", "--quiet", "--era", "4.1", "@/ro"},
+                      {"diff", "--quiet", "@/ro", "@/s41"}}},
     {"bad_arguments", {{}, {"frobnicate"}, {"dump"}, {"gen", "--era", "5.0", "--records", "3", "@/x.mdb"},
                        {"gen", "--era", "3.2", "--records", "3", "@/junk.mdb/x.mdb"}, {"gen", "--era", "3.2", "--records", "3", "@/s32"},
                        {"verify", "--era", "3.2", "--after-upgrade", "@/s32"}, {"dump", "@/notes.txt"}, {"dump", "@/missing.mdb"},
@@ -183,14 +187,12 @@ const Case kCases[] = {
 };
 
 // Every entry below dir: folders as "/", files with their bytes, others as
-// "?". A store's lock file (the readers' table, made by its first open) is
-// left out.
+// "?". A reading command leaves no lock file behind either.
 std::map<std::string, std::string> tree(const std::string &dir) {
   std::map<std::string, std::string> t;
   for (const auto &e : fs::recursive_directory_iterator(dir))
-    if (!e.path().string().ends_with(".mdb-lock"))
-      t[e.path().lexically_relative(dir).string()] =
-          e.is_directory() ? "/" : e.is_regular_file() ? testsupport::read_file(e.path().string()) : "?";
+    t[e.path().lexically_relative(dir).string()] =
+        e.is_directory() ? "/" : e.is_regular_file() ? testsupport::read_file(e.path().string()) : "?";
   return t;
 }
 
@@ -220,6 +222,16 @@ class Golden : public ::testing::TestWithParam<Case> {
         for (const char *x : {".dat", ".kvs", ".map"})
           testsupport::write_file(img + "/wayshunt_" + f + x, std::string("contents of ") + f + x);
     }
+    // A store cut short as a copy that stopped early leaves it, and a
+    // read-only store.
+    tool({"gen", "--era", "4.2", "--records", "3000", "--seed", "3", w + "/big"});
+    std::string big = testsupport::read_file(w + "/big/wayshunt_runtime_ha.mdb");
+    testsupport::write_file(w + "/trunc.mdb", big.substr(0, 8192));
+    for (size_t page : {2, 5, 9}) std::fill_n(big.begin() + page * 4096 + 16, 4000, '\xab');  // pages past their header
+    testsupport::write_file(w + "/damaged.mdb", big);
+    fs::remove_all(w + "/big");
+    tool({"gen", "--era", "4.1", "--records", "40", "--seed", "3", w + "/ro"});
+    fs::permissions(w + "/ro/wayshunt_runtime_ha.mdb", fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
     // An image whose history cannot be written: the moves on it go on all the same.
     fs::create_directories(w + "/img41/bootflash/wayshunt-convert-history.jsonl");
     testsupport::write_file(w + "/mixed.json", kMixed);

@@ -12,6 +12,7 @@
 #include "kvs_env_keep.h"
 #include "kvs_handle.h"
 #include "kvs_location.h"
+#include "kvs_read_only.h"
 #include "kvs_registry.h"
 #include "plat_hooks.h"
 
@@ -41,30 +42,6 @@ retcode_t create_file(const std::string &file) {
   return kvs::status_of(rc);
 }
 
-// Walks the store at file in a read-only environment of its own.
-retcode_t read_file(const std::string &file, kvs_record_fn each, void *arg) {
-  MDB_env *env = nullptr;
-  MDB_txn *txn = nullptr;
-  MDB_cursor *cur = nullptr;
-  MDB_dbi dbi;
-  int rc = mdb_env_create(&env);
-  if (rc == 0) rc = mdb_env_open(env, file.c_str(), MDB_NOSUBDIR | MDB_RDONLY | MDB_NOLOCK, 0);
-  if (rc == 0) rc = mdb_txn_begin(env, nullptr, MDB_RDONLY, &txn);
-  if (rc == 0) rc = mdb_dbi_open(txn, nullptr, 0, &dbi);
-  if (rc == 0) rc = mdb_cursor_open(txn, dbi, &cur);
-  retcode_t st = 0;
-  MDB_val k, v;
-  for (int op = MDB_FIRST; rc == 0 && st == 0; op = MDB_NEXT) {
-    if ((rc = mdb_cursor_get(cur, &k, &v, static_cast<MDB_cursor_op>(op))) != 0) break;
-    kvs_datum_t key{k.mv_data, static_cast<unsigned>(k.mv_size)}, value{v.mv_data, static_cast<unsigned>(v.mv_size)};
-    st = each(&key, &value, arg);
-  }
-  if (cur) mdb_cursor_close(cur);
-  if (txn) mdb_txn_abort(txn);
-  if (env) mdb_env_close(env);
-  return st ? st : rc == MDB_NOTFOUND ? 0 : kvs::status_of(rc);
-}
-
 }  // namespace
 
 extern "C" retcode_t kvs_read_records(const char *url, kvs_record_fn each, void *arg) {
@@ -73,7 +50,7 @@ extern "C" retcode_t kvs_read_records(const char *url, kvs_record_fn each, void 
   struct stat sb;
   if (st == 0 && stat(file.c_str(), &sb) != 0) st = errno == ENOENT ? KVS_ERR_NO_STORE : KVS_ERR_IO;
   if (st == 0 && !each) st = KVS_ERR_BAD_ARG;
-  return st ? st : read_file(file, each, arg);
+  return st ? st : kvs::read_records(file, each, arg);
 }
 
 extern "C" retcode_t kvs_create(const char *url) {

@@ -26,6 +26,8 @@ MDB_val as_val(const kvs_datum_t &d) { return MDB_val{d.siz, d.ptr}; }
 
 }  // namespace
 
+void set_detail(const std::string &text) { g_detail = text; }
+
 retcode_t status_of(int rc) {
   if (rc == 0) return 0;
   g_detail = mdb_strerror(rc);

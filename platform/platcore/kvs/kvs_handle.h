@@ -105,6 +105,8 @@ class Handle {
 // Maps an LMDB or errno code to a store status and remembers its text for
 // kvs_last_error_detail().
 retcode_t status_of(int rc);
+// Sets the text kvs_last_error_detail() gives.
+void set_detail(const std::string &text);
 
 }  // namespace kvs
 

@@ -146,7 +146,11 @@ Records read_store(const StoreRef &store) {
   };
   // Read-only, beside the service calls: no lock file, no handle number taken.
   if (retcode_t rc = kvs_read_records(store.url.c_str(), each, &records)) {
-    bool opening = rc == KVS_ERR_NO_STORE || rc == KVS_ERR_CORRUPT || records.empty();
+    std::string detail = kvs_last_error_detail();
+    if (rc == KVS_ERR_CORRUPT)
+      throw ToolError(store.file + ": " + (detail.starts_with("truncated") ? detail : "damaged or not a store (" + detail + ")") +
+                      "; copy it again from the device, or check that it is a runtime store");
+    bool opening = rc == KVS_ERR_NO_STORE || records.empty();
     throw ToolError((opening ? "cannot open store " : "cannot walk store ") + store.file + ": " + why(rc) + "; " +
                     (opening ? open_advice(rc) : kReadAdvice));
   }
