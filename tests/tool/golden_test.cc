@@ -112,7 +112,11 @@ const Case kCases[] = {
     // A damaged store is one line and exit 2; a read-only one reads as any other.
     {"store_damage", {{"info", "@/trunc.mdb"}, {"verify", "--era", "4.2", "@/trunc.mdb"}, {"dump", "@/trunc.mdb"},
                       {"info", "@/junk.mdb"}, {"info", "@/damaged.mdb"}, {"info", "@/ro"}, {"verify", "--quiet", "--era", "4.1", "@/ro"},
-                      {"diff", "--quiet", "@/ro", "@/s41"}}},
+                      {"diff", "--quiet", "@/ro", "@/s41"},
+                      // Writing it is refused: the tool's private namespace would let a move write anyway.
+                      {"load", "--force", "@/s41.json", "@/ro"}, {"gen", "--force", "--era", "4.1", "--records", "3", "@/ro"},
+                      {"run", "--from", "4.1(3)", "--to", "4.2(1)", "--image", "@/imgro"},
+                      {"run", "--from", "4.1(3)", "--to", "4.2(1)", "--image", "@/imgro", "--dry-run", "--quiet"}}},
     {"bad_arguments", {{}, {"frobnicate"}, {"dump"}, {"gen", "--era", "5.0", "--records", "3", "@/x.mdb"},
                        {"gen", "--era", "3.2", "--records", "3", "@/junk.mdb/x.mdb"}, {"gen", "--era", "3.2", "--records", "3", "@/s32"},
                        {"verify", "--era", "3.2", "--after-upgrade", "@/s32"}, {"dump", "@/notes.txt"}, {"dump", "@/missing.mdb"},
@@ -231,7 +235,9 @@ class Golden : public ::testing::TestWithParam<Case> {
     testsupport::write_file(w + "/damaged.mdb", big);
     fs::remove_all(w + "/big");
     tool({"gen", "--era", "4.1", "--records", "40", "--seed", "3", w + "/ro"});
-    fs::permissions(w + "/ro/wayshunt_runtime_ha.mdb", fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
+    tool({"gen", "--era", "4.1", "--records", "40", "--seed", "3", w + "/imgro/mnt/kvs"});
+    for (const char *store : {"/ro/wayshunt_runtime_ha.mdb", "/imgro/mnt/kvs/wayshunt_runtime_ha.mdb"})
+      fs::permissions(w + store, fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
     // An image whose history cannot be written: the moves on it go on all the same.
     fs::create_directories(w + "/img41/bootflash/wayshunt-convert-history.jsonl");
     testsupport::write_file(w + "/mixed.json", kMixed);

@@ -158,4 +158,14 @@ TEST(ObservedLoss, KnownSlotsTurnedTo255AreLost) {
   EXPECT_TRUE(run["forecast"]["loses"].get<bool>());
 }
 
+// A store replaced by 'gen --force' keeps the mode of the one it replaces.
+TEST(ObservedWrite, ReplacedStoreKeepsItsMode) {
+  testsupport::TempDir dir;
+  std::string store = dir / "s/wayshunt_runtime_ha.mdb";
+  ASSERT_EQ(tooltest::run_tool({"gen", "--era", "4.2", "--records", "5", dir / "s"}).status, 0);
+  fs::permissions(store, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+  ASSERT_EQ(tooltest::run_tool({"gen", "--force", "--era", "3.2", "--records", "7", dir / "s"}).status, 0);
+  EXPECT_EQ(fs::status(store).permissions(), fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+}
+
 }  // namespace

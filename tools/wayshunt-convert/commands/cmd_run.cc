@@ -11,6 +11,7 @@
 #include "commands/commands.h"
 #include "commands/move_flow.h"
 #include "device/fault_option.h"
+#include "store/store_io.h"
 #include "plat_ctl.h"
 #include "tool_error.h"
 
@@ -20,6 +21,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// A move writes the store, the conversion log, the history and the image's
+// folders: all must be the user's to write without the namespace's help.
+void check_image_writable(const DeviceImage &img) {
+  check_writable(img.store_file(), "store");
+  check_writable(img.log_file(), "conversion log");
+  check_writable(img.dir + "/.", "image");
+}
+
 void run_command(const MoveOptions &o) {
   check_version("--from", o.from);
   check_version("--to", o.to);
@@ -28,6 +37,7 @@ void run_command(const MoveOptions &o) {
   plat_journal_set(nullptr);  // nor are they journaled: the journal is the move's
   unsetenv("PLAT_KVS_ROOT");  // the image's paths are meant as they stand, by the tool as by the library
   DeviceImage img = image_at(o.image, true);
+  if (!o.dry_run) check_image_writable(img);
   std::string library = o.library.empty() ? find_library(o.trace) : fs::absolute(o.library).string();
   ConversionLibrary lib(library);  // loaded before the image is touched: a bad library changes nothing
   std::ostream null_out(nullptr);

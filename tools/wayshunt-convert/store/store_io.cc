@@ -2,9 +2,11 @@
 // store that is renamed into place.
 #include "store/store_io.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -157,11 +159,28 @@ Records read_store(const StoreRef &store) {
   return records;
 }
 
+void check_writable(const std::string &file, const std::string &what) {
+  struct stat st {};
+  if (stat(file.c_str(), &st) == 0) {
+    bool no_bit = (st.st_mode & 0222) == 0;
+    if (no_bit || access(file.c_str(), W_OK) != 0) {
+      char mode[8];
+      std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(st.st_mode & 07777));
+      throw ToolError(what + " " + file + " is read-only (mode " + mode + "); make it writable (chmod u+w) to change it");
+    }
+  }
+  std::string folder = std::filesystem::path(file).parent_path().string();
+  if (stat(folder.c_str(), &st) == 0 && access(folder.c_str(), W_OK) != 0)
+    throw ToolError("folder " + folder + " is not writable for you; " + what + " " + file + " cannot be changed there");
+}
+
 void write_store(const StoreRef &store, const Records &records, bool force, bool progress) {
   namespace fs = std::filesystem;
   std::error_code ec;
-  if (fs::exists(store.file, ec) && !force)
-    throw ToolError("store " + store.file + " exists; pass --force to replace it");
+  struct stat old {};
+  bool replacing = stat(store.file.c_str(), &old) == 0;
+  if (replacing && !force) throw ToolError("store " + store.file + " exists; pass --force to replace it");
+  check_writable(store.file, "store");
 
   std::string folder = fs::path(store.file).parent_path().string();
   NewFolders folders(folder);
@@ -187,6 +206,12 @@ void write_store(const StoreRef &store, const Records &records, bool force, bool
     fill(s.handle, records, progress);
     if ((rc = s.close())) throw ToolError("cannot write store " + std::string(tmp_file) + ": " + why(rc) + "; " + kWriteAdvice);
     if (g_interrupted) throw ToolError("interrupted; no store was written");
+    if (replacing) {  // the store it replaces keeps its mode and owner
+      chmod(tmp_file, old.st_mode & 07777);
+      if (geteuid() == 0 && chown(tmp_file, old.st_uid, old.st_gid) != 0) {
+        // the new file stays root's: it is written all the same
+      }
+    }
     fs::rename(tmp_file, store.file, ec);
     if (ec) throw ToolError("cannot move the new store to " + store.file + ": " + ec.message() + "; " + kWriteAdvice);
     fs::remove(std::string(tmp_file) + "-lock", ec);
