@@ -10,7 +10,10 @@
 #include <cctype>
 #include <cstdio>
 #include <sstream>
+#include <sys/wait.h>
+
 #include <filesystem>
+#include <memory>
 #include <set>
 
 #include "test_support.h"
@@ -156,6 +159,37 @@ TEST(ObservedLoss, KnownSlotsTurnedTo255AreLost) {
   }
   EXPECT_GT(lost, 0u) << "no known slot met a failed lookup: the case tests nothing";
   EXPECT_TRUE(run["forecast"]["loses"].get<bool>());
+}
+
+// Four runs of one move on one image at once, twenty times over: each run
+// completes or is refused naming the lock's holder, none fails with a
+// conversion status, and the store ends as one run leaves it.
+TEST(ObservedLock, RunsOnOneImageTakeTurns) {
+  testsupport::TempDir dir;
+  testsupport::ScopedEnv tmp("TMPDIR", dir.path().c_str());
+  const Move &m = kMoves[3];
+  std::string ref = image(dir / "ref", m, 1);
+  ASSERT_EQ(tooltest::run_tool({"run", "--no-audit", "--from", m.from, "--to", m.to, "--image", ref}).status, 0);
+  size_t refused = 0;
+  for (int round = 0; round < 20; ++round) {
+    std::string img = image(dir / ("img" + std::to_string(round)), m, 1);
+    std::vector<std::unique_ptr<testsupport::Child>> runs;
+    for (int i = 0; i < 4; ++i)  // --force: the later ones find the store moved already
+      runs.push_back(std::make_unique<testsupport::Child>(
+          std::vector<std::string>{testsupport::bin_dir() + "/wayshunt-convert", "run", "--force", "--from", m.from,
+                                   "--to", m.to, "--image", img},
+          img + "/out" + std::to_string(i)));
+    for (int i = 0; i < 4; ++i) {
+      int status = runs[i]->wait(60000);
+      std::string out = testsupport::read_file(img + "/out" + std::to_string(i));
+      ASSERT_TRUE(WIFEXITED(status)) << out;
+      int rc = WEXITSTATUS(status);
+      EXPECT_TRUE(rc == 0 || (rc == 2 && out.find(" is in use by process ") != std::string::npos)) << rc << ": " << out;
+      refused += rc == 2;
+    }
+    EXPECT_EQ(tooltest::run_tool({"diff", "--quiet", ref + "/mnt/kvs", img + "/mnt/kvs"}).status, 0) << "round " << round;
+  }
+  EXPECT_GT(refused, 0u) << "no run ever met another: the test tests nothing";
 }
 
 // A store replaced by 'gen --force' keeps the mode of the one it replaces.

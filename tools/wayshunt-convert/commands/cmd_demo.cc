@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "commands/commands.h"
+#include "device/folder_lock.h"
 #include "device/conversion_library.h"
 #include "device/device_image.h"
 #include "compare/change_summary.h"
@@ -167,6 +168,7 @@ void run_demo(const DemoOptions &o) {
   check_hub_dir(img.hub());
   unsetenv("PLAT_KVS_ROOT");
   std::string library = find_library(false);
+  FolderLock lock(img.mnt_kvs(), "image " + img.dir, 0);
   build_image(img, o.records);
   disarm_faults();            // the tool's own reads meet no rule
   plat_journal_set(nullptr);  // and are not journaled

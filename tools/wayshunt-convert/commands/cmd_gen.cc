@@ -1,8 +1,10 @@
 // 'gen': a synthetic store of a chosen era and size (see synth.h).
+#include <filesystem>
 #include <iostream>
 #include <memory>
 
 #include "commands/commands.h"
+#include "device/folder_lock.h"
 #include "records/era.h"
 #include "store/store_io.h"
 #include "store/synth.h"
@@ -16,11 +18,13 @@ struct GenOptions {
   size_t records = 0;
   uint64_t seed = 1;
   bool force = false;
+  double wait = 0;
   std::string store;
 };
 
 void run_gen(const GenOptions &o) {
   StoreRef store = resolve_store(o.store, true);
+  FolderLock lock(std::filesystem::path(store.file).parent_path(), "store folder of " + store.file, o.wait);
   Records records = synthesize_store(era_from_name(o.era), o.records, o.seed);
   write_store(store, records, o.force, true);
   std::cout << "wrote " << records.size() << " records of era " << o.era << " to " << store.file << "\n";
@@ -37,6 +41,7 @@ void add_gen_command(CLI::App &app) {
   cmd->add_option("--records", o->records, "Number of records")->required()->check(CLI::Range(size_t{1}, size_t{100000000}));
   cmd->add_option("--seed", o->seed, "Seed: the same seed, era and size give the same store")->capture_default_str();
   cmd->add_flag("--force", o->force, "Replace the store if it exists");
+  cmd->add_option("--wait", o->wait, kWaitHelp);
   cmd->add_option("store", o->store, kStoreArgHelp)->required();
   cmd->footer(
       "The store holds targets behind storage arrays and hosts in a few fabrics: flow-thru\n"

@@ -2,12 +2,14 @@
 // document is checked before the store is touched, and the store appears
 // complete or not at all.
 #include <fstream>
+#include <filesystem>
 #include <iostream>
 #include <iterator>
 #include <memory>
 #include <sstream>
 
 #include "commands/commands.h"
+#include "device/folder_lock.h"
 #include "store/json_store.h"
 #include "store/store_io.h"
 #include "tool_error.h"
@@ -20,6 +22,7 @@ struct LoadOptions {
   std::string json;
   std::string store;
   bool force = false;
+  double wait = 0;
 };
 
 std::string read_input(const std::string &path) {
@@ -33,6 +36,7 @@ std::string read_input(const std::string &path) {
 
 void run_load(const LoadOptions &o) {
   StoreRef store = resolve_store(o.store, true);
+  FolderLock lock(std::filesystem::path(store.file).parent_path(), "store folder of " + store.file, o.wait);
   Records records = store_from_json_text(read_input(o.json), o.json == "-" ? "stdin" : o.json);
   write_store(store, records, o.force, true);
   std::cout << "wrote " << records.size() << " records to " << store.file << "\n";
@@ -46,6 +50,7 @@ void add_load_command(CLI::App &app) {
   cmd->add_option("json", o->json, "JSON file, or - for stdin")->required();
   cmd->add_option("store", o->store, kStoreArgHelp)->required();
   cmd->add_flag("--force", o->force, "Replace the store if it exists");
+  cmd->add_option("--wait", o->wait, kWaitHelp);
   cmd->footer(
       "Every record is checked first; a bad one is named with its field, e.g.\n"
       "  store.json: records[3] (ACL_RW_1): value.acl_flags: unknown flag 'ISLX' ...\n"

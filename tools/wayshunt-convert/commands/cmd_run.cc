@@ -11,6 +11,7 @@
 #include "commands/commands.h"
 #include "commands/move_flow.h"
 #include "device/fault_option.h"
+#include "device/folder_lock.h"
 #include "store/store_io.h"
 #include "plat_ctl.h"
 #include "tool_error.h"
@@ -37,6 +38,7 @@ void run_command(const MoveOptions &o) {
   plat_journal_set(nullptr);  // nor are they journaled: the journal is the move's
   unsetenv("PLAT_KVS_ROOT");  // the image's paths are meant as they stand, by the tool as by the library
   DeviceImage img = image_at(o.image, true);
+  FolderLock lock(img.mnt_kvs(), "image " + img.dir, o.wait);
   if (!o.dry_run) check_image_writable(img);
   std::string library = o.library.empty() ? find_library(o.trace) : fs::absolute(o.library).string();
   ConversionLibrary lib(library);  // loaded before the image is touched: a bad library changes nothing
@@ -65,6 +67,7 @@ void add_run_command(CLI::App &app) {
   cmd->add_flag("--dry-run", o->dry_run, "Convert a copy of the image and print what changed; the image stays as it is");
   CLI::Option *no_audit = cmd->add_flag("--no-audit", o->no_audit, "Run the move alone: no forecast before it, no audit after it");
   no_audit->excludes(cmd->get_option("--dry-run"));
+  cmd->add_option("--wait", o->wait, kWaitHelp);
   cmd->add_flag("--force", o->force, "Convert the store even when its forms are not those of the release --from names");
   cmd->add_flag("--json", o->json, "Write what the run did as JSON (shape in the operator guide)");
   cmd->add_flag("--quiet", o->quiet, "Shorter: the forecast's one line and the store's counts only");

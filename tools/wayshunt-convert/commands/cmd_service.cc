@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "commands/commands.h"
+#include "device/folder_lock.h"
 #include "device/conversion_library.h"
 #include "device/device_image.h"
 #include "tool_error.h"
@@ -24,6 +25,7 @@ namespace {
 struct ServiceOptions {
   std::string image, record, ready;
   bool no_reply = false;
+  double wait = 0;
 };
 
 void run_service(const ServiceOptions &o) {
@@ -32,6 +34,8 @@ void run_service(const ServiceOptions &o) {
   std::error_code ec;
   fs::create_directories(img.hub(), ec);
   if (ec) throw ToolError("cannot create " + img.hub() + " (" + ec.message() + "); check the image folder's permissions");
+  // One running service per image; the lock goes on to the listener this process becomes.
+  FolderLock lock(img.hub(), "the service of image " + img.dir, o.wait, true);
   std::string listener = program_dir() + "/plat-hub-listener";
   if (access(listener.c_str(), X_OK) != 0)
     throw ToolError("cannot find " + listener + "; build or install plat-hub-listener beside wayshunt-convert");
@@ -59,6 +63,7 @@ void add_service_command(CLI::App &app) {
   cmd->add_flag("--no-reply", o->no_reply, "Record requests but never answer, so the library's wait runs out");
   cmd->add_option("--record", o->record, "File that gets one line per request (default: <image>/service-requests.txt)");
   cmd->add_option("--ready", o->ready, "File created once the service listens (for scripts)");
+  cmd->add_option("--wait", o->wait, kWaitHelp);
   cmd->footer(
       "Runs plat-hub-listener (found beside this program) bound at access point " + std::to_string(kServiceSap) +
       " with PLAT_HUB_DIR set to\n"

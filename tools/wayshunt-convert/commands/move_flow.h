@@ -22,6 +22,7 @@ struct MoveOptions {
   bool trace = false, dry_run = false, json = false, quiet = false, no_audit = false, force = false;
   std::vector<std::string> faults;
   bool history = true;  // append the move to the image's history
+  double wait = 0;      // --wait: seconds to wait for the image's lock
 };
 
 // What a move came to.

@@ -4,6 +4,7 @@
 #include "device/device_image.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 #include <sys/un.h>
 
 #include <cstdlib>
@@ -32,11 +33,19 @@ const std::vector<std::string> kServiceFiles = [] {
 
 namespace {
 
+// Written under a temporary name and renamed, so that a reader never sees a
+// file half written, and two writers leave one whole file.
 void write_text(const std::string &path, const std::string &text) {
-  std::ofstream f(path, std::ios::binary | std::ios::trunc);
+  std::string tmp = path + ".tmp-" + std::to_string(getpid());
+  std::ofstream f(tmp, std::ios::binary | std::ios::trunc);
   f << text;
   f.close();
-  if (!f) throw ToolError("cannot write " + path + "; check the folder's permissions");
+  std::error_code ec;
+  if (f) fs::rename(tmp, path, ec);
+  if (!f || ec) {
+    fs::remove(tmp, ec);
+    throw ToolError("cannot write " + path + "; check the folder's permissions");
+  }
 }
 
 }  // namespace
