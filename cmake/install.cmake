@@ -4,7 +4,6 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-set(WAYSHUNT_VERSION 1.0.0)
 set(WAYSHUNT_TRACE_DIR ${CMAKE_INSTALL_LIBDIR}/convertwayshunt-trace)
 
 # Installed libraries find each other beside themselves, the trace build one

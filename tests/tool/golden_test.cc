@@ -98,6 +98,7 @@ const Case kCases[] = {
                       edit("\"slot_num\": 2,", "\"slot_num\": 2, \"slot\": 3,"), kLoadEdited, edit("els_acl", "rw_acl"), kLoadEdited,
                       edit("\"vsan\": 10,", "\"vsan\": 4294967296,"), kLoadEdited, edit("fc2/1", "fc17/1"), kLoadEdited,
                       edit("\"hex\": \"6101\"", "\"hex\": \"3e01\""), kLoadEdited,
+                      edit("\"form\": \"rw_acl\", \"tgt", "\"form\": \"rw_acl\", \"size\": \"82\", \"tgt"), kLoadEdited,
                       edit("(\\{\"type\": 97.*)\\]\\}", "$1, $1]}"), kLoadEdited, edit("^[\\s\\S]*$", "[]"), kLoadEdited,
                       {"load", "@/garbled.json", "@/new.mdb"}, {"load", "@/mixed.json", "@/s32"}}},
     // Failing store calls: nothing new left behind, folders made for it included; a replaced store untouched.
@@ -148,7 +149,7 @@ const Case kCases[] = {
       edit("\"vsan\": 0", "\"vsan\": 20"), kLoadEdited, verify_edited("4.2", "--after-upgrade"),
       edit("\"slot_num\": 2", "\"slot_num\": 9"), kLoadEdited, verify_edited("4.2", "--after-upgrade"),
       {"PLAT_PORTMAP_TABLE=@/portmap", "verify", "--era", "4.2", "--after-upgrade", "@/v.mdb"}}},
-    {"log", {{"log", "@/clean.log"}, {"log", "@/errors.log"}, {"log", "--json", "@/errors.log"}, {"log", "@/img42"},
+    {"log", {{"log", "@/tmp/.keep"}, {"log", "@/clean.log"}, {"log", "@/errors.log"}, {"log", "--json", "@/errors.log"}, {"log", "@/img42"},
              {"log", "@/notes.txt"}, {"log", "@/s42/wayshunt_runtime_ha.mdb"}}},
     // Release moves on images made by gen: the entry points called in order, the store converted.
     {"run_moves", {run("3.2(1)", "4.2(1)", "@/img32", {"--step", "running"}), {"verify", "--quiet", "--era", "3.2", "@/img32/mnt/kvs"},
@@ -184,7 +185,8 @@ const Case kCases[] = {
                           run("3.2(1)", "4.2(1)", "@/img32", {"--library", "@/none.so"}),
                           run("3.2(1)", "4.2(1)", "@/img32", {"--trace", "--library", "x.so"}),
                           run("3.2(1)", "4.2(1)", "@/img32", {"--step", "later"}), {"service", "--image", "@/missing"},
-                          {"demo", "--dir", "@/full"}, run("3.2(1)", "4.2(1)", "@/img42"), {"history", "@/empty"}}},
+                          {"demo", "--dir", "@/full"}, run("3.2(1)", "4.2(1)", "@/img42"), {"history", "@/empty"},
+                          run("3.2(1)", "4.2(1)", "@/notes.txt"), {"--version"}}},
     // The demo runs to the end; a move on the image it made.
     {"demo", {{"demo", "--dir", "@/demo", "--records", "60"}, {"verify", "--quiet", "--era", "4.1", "--after-downgrade", "@/demo/mnt/kvs"},
               run("4.1(3)", "4.2(1)", "@/demo", {"--step", "fs_upg"})}},

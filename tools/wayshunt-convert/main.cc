@@ -6,6 +6,7 @@
 #include <string>
 
 #include "commands/commands.h"
+#include "device/conversion_library.h"
 #include "store/store_arg.h"
 #include "tool_error.h"
 
@@ -46,6 +47,20 @@ std::string who(const CLI::App &app) {
   return subs.empty() ? app.get_name() : app.get_name() + " " + subs.front()->get_name();
 }
 
+// The tool's release, and the conversion library it would load: its path,
+// and whether it loads and is a conversion library.
+std::string version() {
+  std::string text = std::string("wayshunt-convert ") + WAYSHUNT_VERSION;
+  try {
+    std::string path = wsc::find_library(false);
+    wsc::ConversionLibrary lib(path);
+    return text + "\nconversion library " + path + " (loads; entry points convert_running, convert_startup, "
+                  "convert_gsync, convert_running_fs_upg)";
+  } catch (const std::exception &e) {
+    return text + "\nconversion library: none loads (" + one_line(e.what()) + ")";
+  }
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -53,6 +68,7 @@ int main(int argc, char **argv) {
                "compare, generate and check such stores.",
                "wayshunt-convert"};
   app.require_subcommand(1);
+  app.set_version_flag("--version", version, "Print the tool's release and the conversion library it loads");
   app.footer(footer());
 
   wsc::add_dump_command(app);
@@ -66,6 +82,7 @@ int main(int argc, char **argv) {
   wsc::add_demo_command(app);
   wsc::add_log_command(app);
   wsc::add_history_command(app);
+  wsc::add_manpage_command(app);
 
   try {
     app.parse(argc, argv);
@@ -73,6 +90,8 @@ int main(int argc, char **argv) {
   } catch (const CLI::CallForHelp &e) {
     return app.exit(e);
   } catch (const CLI::CallForAllHelp &e) {
+    return app.exit(e);
+  } catch (const CLI::CallForVersion &e) {
     return app.exit(e);
   } catch (const CLI::RuntimeError &e) {
     return e.get_exit_code();

@@ -190,8 +190,8 @@ void run_demo(const DemoOptions &o) {
   std::cout << "-- the standby\n";
   print_standby(img, std::cout);
   std::cout << "\nthe image is kept in " << img.dir << "; look further with e.g.\n"
-            << "  wayshunt-convert dump " << img.mnt_kvs() << "\n"
-            << "  wayshunt-convert verify --era 4.1 --after-downgrade " << img.mnt_kvs() << "\n";
+            << "  wayshunt-convert dump " << shell_word(img.mnt_kvs()) << "\n"
+            << "  wayshunt-convert verify --era 4.1 --after-downgrade " << shell_word(img.mnt_kvs()) << "\n";
   std::cout.flush();
   if (!ok) throw CLI::RuntimeError(kExitFound);
 }

@@ -71,7 +71,7 @@ void add_history_command(CLI::App &app) {
       "Each 'run' that moves the image (not a dry run) appends one record to\n"
       "bootflash/wayshunt-convert-history.jsonl in the image: its time (UTC), the releases, the fault\n"
       "rules, each call's status and seconds, the forecast's headline and the audit's verdict. They are\n"
-      "listed oldest first. Exit status: 0 listed; 2 no history or an unreadable one.\n\n"
+      "listed oldest first.\nExit status: 0 listed; 2 no history or an unreadable one.\n\n"
       "Example:\n"
       "  wayshunt-convert history /tmp/img\n"
       "  wayshunt-convert history --json /tmp/img");

@@ -39,7 +39,7 @@ void add_info_command(CLI::App &app) {
       "forms every record fits: 3.2, 4.1.3 or lower, 4.2 and above; 'either of: ...' when the forms\n"
       "cannot tell (no flow-thru record, say); 'mixed' when no era fits all, naming the records that do\n"
       "not fit the era most records fit. A store moved down keeps its later RW values, so a store\n"
-      "moved down to 3.2 reads as 4.1.3 or lower. Exit status 0, or 2 on error.\n\n"
+      "moved down to 3.2 reads as 4.1.3 or lower.\nExit status 0, or 2 on error.\n\n"
       "Example:\n"
       "  wayshunt-convert info /tmp/img/mnt/kvs\n"
       "  wayshunt-convert info --json /tmp/img/mnt/kvs");

@@ -64,12 +64,14 @@ void run_log(const LogOptions &o) {
   }
   std::string path = log_path(o.source);
   std::error_code ec;
-  if (!fs::exists(path, ec)) {  // a device image without a log: nothing failed, or nothing ran
-    if (o.json) std::cout << Json{{"log", path}, {"exists", false}}.dump(2) << "\n";
-    else std::cout << path << ": no conversion log; the library writes one only when something fails\n";
-    return;
-  }
-  std::vector<LogRecord> records = split_log(read_text(path), path);
+  // No log is no all-clear: a mistyped path reads the same. The library
+  // writes one only when something fails, so say so, as an error.
+  if (!fs::exists(path, ec))
+    throw ToolError(path + " does not exist: no conversion log there (the library writes one only when something "
+                           "fails; check the path)");
+  std::string text = read_text(path);
+  if (text.empty()) throw ToolError(path + " is empty: no conversion log; check the path");
+  std::vector<LogRecord> records = split_log(text, path);
   bool color = isatty(STDOUT_FILENO) && !std::getenv("NO_COLOR");
   Json errors = Json::array();
   size_t failures = 0;
@@ -104,8 +106,9 @@ void add_log_command(CLI::App &app) {
       "the next; it is parted at the next 'function():line ' prefix). Each error record that tells of a\n"
       "failure is printed with its meaning and the next step; debug traces are counted only. The\n"
       "closing record 'file Closed at ...' ends every call that wrote to the log and is no failure.\n"
-      "Exit status 0 when the log holds no failure record (or there is no log), 1 when it does, 2 on\n"
-      "error.\n\n"
+      "Exit status 0 when the log holds no failure record, 1 when it does, 2 on error: among them a\n"
+      "path with no log or an empty one (the library writes a log only when something fails, so a\n"
+      "clean move leaves none; a mistyped path must not read as all clear).\n\n"
       "Example:\n"
       "  wayshunt-convert log /tmp/img\n"
       "  wayshunt-convert log --json /tmp/img" WAYSHUNT_CNV_LOG_PATH);

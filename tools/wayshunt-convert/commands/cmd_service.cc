@@ -71,10 +71,10 @@ void add_service_command(CLI::App &app) {
       "). Each request is appended as a line\n"
       "  opcode=" + std::to_string(kServiceOpcode) + " token=0x... from=0xfe000000/<point> len=" +
       std::to_string(sizeof(wayshunt_show_cli_req_t)) + " data=<hex>\n"
-      "Runs until interrupted (Ctrl-C or SIGTERM), then exits 0; 1 if the listener fails, 2 on bad arguments.\n\n"
+      "Runs until interrupted (Ctrl-C or SIGTERM).\nExit status: 0 when interrupted; 1 if the listener fails; 2 on bad arguments, or when the\nimage has a running service already.\n\n"
       "Example:\n"
       "  wayshunt-convert service --image /tmp/img &\n"
-      "  wayshunt-convert run --from 4.2(1) --to 3.1(1) --image /tmp/img\n"
+      "  wayshunt-convert run --from \"4.2(1)\" --to \"3.1(1)\" --image /tmp/img\n"
       "  kill %1; cat /tmp/img/service-requests.txt");
   cmd->callback([o] { run_service(*o); });
 }

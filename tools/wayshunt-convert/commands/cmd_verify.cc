@@ -94,7 +94,7 @@ void add_verify_command(CLI::App &app) {
       "RUNTIME_LC_INFO; 4.1: flow-thru keys 18, RW values 82; 4.2: flow-thru keys 22, RW values 82.\n"
       "All: flow-thru values 4 bytes, RW keys 10, ELS values 37. Each violation is printed as the\n"
       "record's key in hex, its type and what is wrong. Slots are looked up as the conversion does\n"
-      "(PLAT_PORTMAP_TABLE applies). Exit status 0 when clean, 1 on violations, 2 on error.\n\n"
+      "(PLAT_PORTMAP_TABLE applies).\nExit status 0 when clean, 1 on violations, 2 on error.\n\n"
       "Example:\n"
       "  wayshunt-convert verify --era 3.2 /tmp/img/mnt/kvs\n"
       "  wayshunt-convert verify --era 4.2 --after-upgrade /tmp/img\n"

@@ -18,6 +18,7 @@
 #include "compare/store_profile.h"
 #include "device/conversion_run.h"
 #include "device/history.h"
+#include "records/formats.h"
 #include "store/store_io.h"
 #include "tool_error.h"
 
@@ -152,7 +153,7 @@ class Flow {
     std::string hint = p.fits_moved_down
                            ? "give the release the store was left by, e.g. --from \"" +
                                  era_name(static_cast<Era>(std::countr_zero(p.fits_moved_down))) + "(1)\", or --force"
-                           : "look with 'wayshunt-convert info " + img_.mnt_kvs() + "', or give --force";
+                           : "look with 'wayshunt-convert info " + shell_word(img_.mnt_kvs()) + "', or give --force";
     throw ToolError("--from " + o_.from + " is a release of " + era_title(*era) + ", but the store " +
                     img_.store_file() + " is " + is + "; " + hint + " to convert it as it is");
   }
@@ -226,7 +227,7 @@ class Flow {
     StoreProfile p = profile_store(after);
     v_.doc["store_after"] = profile_to_json(p, img_.store_file());
     out_ << "runtime store after the move: " << p.records << " records, era " << era_verdict(p)
-         << "; look with 'wayshunt-convert info " << img_.mnt_kvs() << "' or 'dump'\n";
+         << "; look with 'wayshunt-convert info " << shell_word(img_.mnt_kvs()) << "' or 'dump'\n";
   }
 
   std::vector<std::string> journal_lines() const {

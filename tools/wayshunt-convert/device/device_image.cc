@@ -16,6 +16,7 @@
 #include <sstream>
 
 #include "devroot.h"
+#include "records/formats.h"
 #include "store/store_arg.h"
 #include "tool_error.h"
 #include "wayshunt_stored_files.h"
@@ -72,10 +73,11 @@ DeviceImage image_at(const std::string &dir, bool need_store) {
   while (img.dir.size() > 1 && img.dir.back() == '/') img.dir.pop_back();
   std::error_code ec;
   if (!fs::is_directory(img.dir, ec))
-    throw ToolError("image folder " + img.dir + " does not exist; give a device image folder (see 'run --help')");
+    throw ToolError("image folder " + img.dir + (fs::exists(img.dir, ec) ? " is a file, not a folder" : " does not exist") +
+                    "; give a device image folder (see 'run --help')");
   if (need_store && !fs::is_regular_file(img.store_file(), ec))
     throw ToolError("image " + img.dir + " holds no runtime store (" + img.store_file() + "); create one with " +
-                    "'wayshunt-convert gen --era 3.2 --records 1000 " + img.store_file() + "' (after mkdir -p " + img.mnt_kvs() + ") or 'load'");
+                    "'wayshunt-convert gen --era 3.2 --records 1000 " + shell_word(img.mnt_kvs()) + "' or 'load'");
   return img;
 }
 

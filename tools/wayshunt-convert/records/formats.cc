@@ -202,6 +202,14 @@ uint64_t parse_number(const std::string &raw, uint64_t max) {
   return v;
 }
 
+std::string shell_word(const std::string &text) {
+  static const std::string kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./:,+=@%";
+  if (!text.empty() && text.find_first_not_of(kPlain) == std::string::npos) return text;
+  std::string out = "'";
+  for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return out + "'";
+}
+
 std::string to_hex(const uint8_t *bytes, size_t n) {
   static const char digits[] = "0123456789abcdef";
   std::string out;

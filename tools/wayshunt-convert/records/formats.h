@@ -40,6 +40,10 @@ std::string format_hex64(uint64_t v);  // "0x%016llx"
 // A number in decimal or 0x hex that fits in max.
 uint64_t parse_number(const std::string &text, uint64_t max);
 
+// A word that pastes into a shell as it is: text itself when it holds only
+// characters no shell treats specially, else single-quoted.
+std::string shell_word(const std::string &text);
+
 std::string to_hex(const uint8_t *bytes, size_t n);  // "0a1b..."
 std::string to_hex(const Bytes &bytes);
 Bytes from_hex(const std::string &text);

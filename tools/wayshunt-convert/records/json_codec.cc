@@ -197,7 +197,9 @@ Bytes encode_part(const Json &j, const std::string &where, const Form *(*find)(c
   Bytes out = form ? encode_fields(j, where, *form, type, is_key, known) : encode_raw(j, where, type, is_key);
   check_members(j, known, where);
   if (const Json *size = find_at(j, "size")) {
-    if (!size->is_number_unsigned() || size->get<uint64_t>() != out.size())
+    if (!size->is_number_unsigned())
+      throw FieldError(where + ".size", "expected a number, got " + std::string(size->type_name()) + " " + size->dump());
+    if (size->get<uint64_t>() != out.size())
       throw FieldError(where + ".size", size->dump() + " does not match the " + std::to_string(out.size()) +
                                             " bytes of form " + (form ? form->name : std::string("raw")));
   }
