@@ -19,6 +19,9 @@
  *                 with status 0
  *           empty for kvs calls that return a datum: the call does its work
  *                 but returns a datum with a null ptr and siz 0
+ *           SIGINT, SIGTERM, SIGKILL: the calling process gets the signal at
+ *                 that call (as if interrupted there); if it lives on, the
+ *                 call goes on and does not fail
  *           default: PLAT_ERR_INJECTED, or EIO for hub calls
  *
  * e.g. PLAT_FAULTS="kvs_delete:2=0x4048000a, hub_send=ECONNREFUSED, tk_cq_init:1"

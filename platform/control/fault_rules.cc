@@ -3,6 +3,8 @@
 #include "fault_rules.h"
 
 #include <cerrno>
+#include <csignal>
+#include <utility>
 #include <cstdlib>
 #include <cstring>
 
@@ -57,6 +59,12 @@ bool parse_action(const std::string &a, plat_fault_t &f) {
     f = {PLAT_FAULT_EMPTY, 0};
     return true;
   }
+  for (const auto &[name, sig] : {std::pair{"SIGINT", SIGINT}, {"SIGTERM", SIGTERM}, {"SIGKILL", SIGKILL}}) {
+    if (a == name) {
+      f = {PLAT_FAULT_SIGNAL, static_cast<uint32_t>(sig)};
+      return true;
+    }
+  }
   for (const auto &e : kErrnos) {
     if (a == e.name) {
       f = {PLAT_FAULT_STATUS, static_cast<uint32_t>(e.value)};
@@ -73,7 +81,7 @@ bool parse_rule(const std::string &tok, FaultRule &r, std::string &err) {
     head = tok.substr(0, eq);
     action = tok.substr(eq + 1);
     if (!parse_action(action, r.fault)) {
-      err = "rule '" + tok + "': action '" + action + "' is not a non-zero number, an errno name, null or empty";
+      err = "rule '" + tok + "': action '" + action + "' is not a non-zero number, an errno name, a signal (SIGINT, SIGTERM, SIGKILL), null or empty";
       return false;
     }
   }

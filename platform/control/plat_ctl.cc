@@ -1,7 +1,9 @@
 // Fault injection and call journal shared by all platform stand-ins.
 #include "plat_hooks.h"
 
+#include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -147,16 +149,25 @@ static uint32_t next_call(std::atomic<uint32_t> *count) {
 }
 
 // Whether call number n of func fails, and how.
+// A signal rule raises its signal at the call (outside the lock), and the
+// call goes on unfailed.
 static int rule_hit(State &s, const char *func, uint32_t n, plat_fault_t *fault) {
   if (!s.has_rules.load(std::memory_order_acquire)) return 0;
-  std::lock_guard lock(s.mu);
-  std::string_view name(func);
-  for (const auto &r : s.rules) {
-    if (r.func != name || n < r.first || n > r.last) continue;
-    if (fault) *fault = r.fault;
-    return 1;
+  plat_fault_t hit{};
+  {
+    std::lock_guard lock(s.mu);
+    std::string_view name(func);
+    auto r = std::find_if(s.rules.begin(), s.rules.end(),
+                          [&](const plat::FaultRule &r) { return r.func == name && n >= r.first && n <= r.last; });
+    if (r == s.rules.end()) return 0;
+    hit = r->fault;
   }
-  return 0;
+  if (hit.kind == PLAT_FAULT_SIGNAL) {
+    raise(static_cast<int>(hit.value));
+    return 0;
+  }
+  if (fault) *fault = hit;
+  return 1;
 }
 
 // Without rules a call costs one count and no lock.

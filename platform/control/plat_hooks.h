@@ -16,6 +16,7 @@ typedef enum plat_fault_kind_ {
   PLAT_FAULT_STATUS = 0, /* fail with value (a status, or an errno for hub calls) */
   PLAT_FAULT_NULL = 1,   /* null result, status 0 */
   PLAT_FAULT_EMPTY = 2,  /* empty datum, status 0 */
+  PLAT_FAULT_SIGNAL = 3, /* the process gets signal value at the call, which then goes on unfailed */
 } plat_fault_kind_t;
 
 typedef struct plat_fault_ {

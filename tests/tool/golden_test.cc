@@ -168,6 +168,12 @@ const Case kCases[] = {
                     run("4.2(1)", "4.1(3)", "@/img42", {"--fault", "kvs_store:3"}),
                     run("4.1(3)", "3.1(1)", "@/img42", {"--fault", "overseercmn_file_gsync:2"}),
                     run("3.2(1)", "4.2(1)", "@/img32", {"--quiet", "--fault", "kvs_store:3"}), {"history", "@/img42"}}},
+    // A move killed between its two passes says so and exits 128 + the signal;
+    // info names the store as what it is; the same move run again finishes it.
+    {"run_interrupted", {run("4.2(1)", "3.2(1)", "@/img42", {"--quiet", "--fault", "kvs_open:2=SIGTERM"}),
+                         {"info", "@/img42/mnt/kvs"}, run("4.2(1)", "4.1(3)", "@/img42", {"--quiet"}),
+                         run("4.2(1)", "3.2(1)", "@/img42", {"--quiet"}),
+                         {"verify", "--quiet", "--era", "3.2", "--after-downgrade", "@/img42/mnt/kvs"}}},
     // The trace build logs every step; each run shows only its own part.
     {"run_trace", {run("4.2(1)", "4.1(1)", "@/img42", {"--step", "gsync", "--trace"}),
                    run("4.2(1)", "4.1(1)", "@/img42", {"--step", "gsync", "--trace"}), {"log", "@/img42"}}},

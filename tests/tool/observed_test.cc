@@ -12,6 +12,8 @@
 #include <sstream>
 #include <sys/wait.h>
 
+#include <csignal>
+
 #include <filesystem>
 #include <memory>
 #include <set>
@@ -190,6 +192,29 @@ TEST(ObservedLock, RunsOnOneImageTakeTurns) {
     EXPECT_EQ(tooltest::run_tool({"diff", "--quiet", ref + "/mnt/kvs", img + "/mnt/kvs"}).status, 0) << "round " << round;
   }
   EXPECT_GT(refused, 0u) << "no run ever met another: the test tests nothing";
+}
+
+// A move killed between its passes and run again leaves the store an
+// uninterrupted move leaves.
+TEST(ObservedStop, InterruptedMoveRunAgainEqualsOneMove) {
+  testsupport::TempDir dir;
+  testsupport::ScopedEnv tmp("TMPDIR", dir.path().c_str());
+  const Move &m = kMoves[4];  // 4.2 -> 3.2: two passes
+  std::string img = image(dir / "img", m, 2), ref = image(dir / "ref", m, 2);
+  std::vector<std::string> move = {"run", "--from", m.from, "--to", m.to, "--image"};
+  auto with = [&](std::string image, std::vector<std::string> more) {
+    std::vector<std::string> a = move;
+    a.push_back(image);
+    a.insert(a.end(), more.begin(), more.end());
+    return tooltest::run_tool(a);
+  };
+  tooltest::Run cut = with(img, {"--fault", "kvs_open:2=SIGTERM"});
+  EXPECT_EQ(cut.status, 128 + SIGTERM) << cut.out << cut.err;
+  EXPECT_NE(cut.out.find("run the same move again to finish it"), std::string::npos) << cut.out;
+  EXPECT_NE(tooltest::run_tool({"diff", "--quiet", img + "/mnt/kvs", ref + "/mnt/kvs"}).status, 0) << "nothing was converted";
+  EXPECT_EQ(with(img, {}).status, 0);
+  EXPECT_EQ(with(ref, {"--no-audit"}).status, 0);
+  EXPECT_EQ(tooltest::run_tool({"diff", "--quiet", img + "/mnt/kvs", ref + "/mnt/kvs"}).status, 0);
 }
 
 // A store replaced by 'gen --force' keeps the mode of the one it replaces.

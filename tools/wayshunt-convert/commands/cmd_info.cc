@@ -1,8 +1,10 @@
 // 'info': what a store is at a glance (see store_profile.h).
+#include <filesystem>
 #include <iostream>
 #include <memory>
 
 #include "commands/commands.h"
+#include "device/move_marker.h"
 #include "store/store_io.h"
 #include "compare/store_profile.h"
 
@@ -15,14 +17,29 @@ struct InfoOptions {
   bool json = false;
 };
 
+// A store in a device image where a move stopped before its end: the
+// store may stand between two of the move's passes, whatever its forms say.
+std::string stopped_move(const std::string &file, const StoreProfile &p) {
+  std::optional<DeviceImage> img = image_of_store_folder(std::filesystem::path(file).parent_path());
+  std::optional<MoveMark> m = img ? move_mark(*img) : std::nullopt;
+  if (!m) return "";
+  return "forms of " + era_verdict(p) + ", left by a move " + m->from + " -> " + m->to + " that stopped before its end" +
+         (m->stopped.empty() ? " (or is under way)" : " (" + m->stopped + ")") +
+         "; run the same move again to finish it";
+}
+
 void run_info(const InfoOptions &o) {
   StoreRef store = resolve_store(o.store);
   Records records = read_store(store);
   StoreProfile p = profile_store(records);
+  std::string stopped = stopped_move(store.file, p);
+  Json j = profile_to_json(p, store.file);
+  if (!stopped.empty()) j["stopped_move"] = stopped;
   if (o.json)
-    std::cout << profile_to_json(p, store.file).dump(2) << "\n";
+    std::cout << j.dump(2) << "\n";
   else
     print_profile(p, store.file, std::cout);
+  if (!o.json && !stopped.empty()) std::cout << "stopped: " << stopped << "\n";
   std::cout.flush();
 }
 

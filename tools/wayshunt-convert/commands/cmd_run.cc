@@ -10,6 +10,7 @@
 
 #include "commands/commands.h"
 #include "commands/move_flow.h"
+#include "device/conversion_run.h"
 #include "device/fault_option.h"
 #include "device/folder_lock.h"
 #include "store/store_io.h"
@@ -43,9 +44,11 @@ void run_command(const MoveOptions &o) {
   std::string library = o.library.empty() ? find_library(o.trace) : fs::absolute(o.library).string();
   ConversionLibrary lib(library);  // loaded before the image is touched: a bad library changes nothing
   std::ostream null_out(nullptr);
+  InterruptGuard interrupts;  // told, then obeyed: exit 128 + the signal
   MoveVerdict v = run_move(o, lib, img, o.json ? null_out : std::cout);
   if (o.json) std::cout << v.doc.dump(2) << "\n";
   std::cout.flush();
+  if (v.interrupted) throw CLI::RuntimeError(128 + v.interrupted);
   if (!v.statuses_ok || v.damaged) throw CLI::RuntimeError(kExitFound);
 }
 

@@ -3,6 +3,8 @@
 #include "commands/move_flow.h"
 
 #include <bit>
+#include <csignal>
+#include <cstring>
 #include <memory>
 #include <chrono>
 #include <cstdlib>
@@ -18,6 +20,7 @@
 #include "compare/store_profile.h"
 #include "device/conversion_run.h"
 #include "device/history.h"
+#include "device/move_marker.h"
 #include "records/formats.h"
 #include "store/store_io.h"
 #include "tool_error.h"
@@ -126,13 +129,34 @@ class Flow {
     forecast = describe(forecast_, forecast_after_, "forecast (the library's conversion of a copy");
     v_.doc["seconds"]["forecast"] = since(start);
     ConversionOutcome moved = finish_move(*mover);
-    audit(moved, cleaning.get());
+    if (v_.interrupted)
+      out_ << "audit: not run: the move was interrupted\n";
+    else
+      audit(moved, cleaning.get());
     return moved;
   }
 
  private:
   // Refuses a --from whose era the store's forms do not fit.
+  // A move cut short on this image: the same move runs again to finish it
+  // (its forms may be those between two passes); another needs --force.
+  bool resumes_stopped_move() {
+    std::optional<MoveMark> m = move_mark(img_);
+    if (!m) return false;
+    std::string what = "a move " + m->from + " -> " + m->to + " on this image stopped before its end" +
+                       (m->stopped.empty() ? "" : " (" + m->stopped + ")");
+    if (m->from == o_.from && m->to == o_.to) {
+      out_ << "store: " << what << "; running it again to finish it\n";
+      return true;
+    }
+    if (!o_.force)
+      throw ToolError(what + "; run that move again to finish it, or give --force to run this one");
+    out_ << "store: " << what << "; running this one all the same (--force)\n";
+    return false;
+  }
+
   void check_era() {
+    if (!o_.dry_run && resumes_stopped_move()) return;
     std::optional<Era> era = lib_.era_of_release(o_.from);
     if (!era) return;  // below the ladder: the library converts no stored form from there
     StoreProfile p = profile_store(before_);
@@ -209,17 +233,35 @@ class Flow {
     std::error_code ec;
     journal_start_ = journal_.empty() ? 0 : fs::file_size(journal_, ec);
     if (ec) journal_start_ = 0;
+    mark_move(img_, o_.from, o_.to);
     return std::make_unique<ConversionChild>(lib_, img_, o_.from, o_.to, steps_of(o_.step), with_rules(journal_));
   }
 
   ConversionOutcome finish_move(ConversionChild &mover) {
     print_move_line(false);
     ConversionOutcome moved = mover.wait([this](const StepResult &s) { print_step(s, img_, out_); });
+    if (moved.died.empty()) unmark_move(img_);
+    else mark_stopped(img_, moved.died);
     if (!moved.died.empty()) out_ << "stopped: " << moved.died << "\n";
+    int sig = InterruptGuard::caught() ? InterruptGuard::caught() : moved.signal;
+    if (sig == SIGINT || sig == SIGTERM) report_interruption(sig);
     v_.doc["steps"] = statuses_json(moved.steps);
     v_.statuses_ok = moved.ok();
     if (!o_.faults.empty()) report_store_after();
     return moved;
+  }
+
+  // What an interrupted move left: the store against the store as it was.
+  void report_interruption(int sig) {
+    v_.interrupted = sig;
+    Records now = store_of(img_);
+    StoreProfile p = profile_store(now);
+    Classified k = classify_changes(before_, now, 0);
+    std::string state = "the store now: " + std::to_string(p.records) + " records in the forms of " + era_verdict(p) +
+                        "; against the store as it was, " + change_headline(k, "move").substr(10);
+    out_ << "interrupted (" << strsignal(sig) << "): " << state << "\n"
+         << "interrupted: the move stopped before its end; run the same move again to finish it\n";
+    v_.doc["interrupted"] = {{"signal", sig}, {"store", state}};
   }
 
   void report_store_after() {

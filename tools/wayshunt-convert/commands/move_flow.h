@@ -29,6 +29,7 @@ struct MoveOptions {
 struct MoveVerdict {
   bool statuses_ok = false;  // every entry point returned 0
   bool damaged = false;      // the audit found damage
+  int interrupted = 0;       // the signal (SIGINT, SIGTERM) that cut the move short
   Json doc;                  // everything, for --json and the history
 };
 

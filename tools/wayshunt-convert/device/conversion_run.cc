@@ -114,7 +114,50 @@ std::string death(int status, const std::vector<StepResult> &done, int running) 
   return "the conversion process " + why;
 }
 
+// The conversion processes running, for the signal handler: a fixed table
+// of pids it can read without a lock.
+constexpr int kMaxRunning = 8;
+volatile sig_atomic_t g_running[kMaxRunning];
+volatile sig_atomic_t g_caught = 0;
+
+void add_running(int pid) {
+  for (auto &slot : g_running)
+    if (slot == 0) {
+      slot = pid;
+      return;
+    }
+}
+
+void drop_running(int pid) {
+  for (auto &slot : g_running)
+    if (slot == pid) slot = 0;
+}
+
+extern "C" void pass_on(int sig) {
+  g_caught = sig;
+  for (auto &slot : g_running)
+    if (slot > 0) kill(slot, sig);
+}
+
+struct sigaction g_old_int, g_old_term;
+
 }  // namespace
+
+InterruptGuard::InterruptGuard() {
+  g_caught = 0;
+  struct sigaction sa = {};
+  sa.sa_handler = pass_on;
+  sigemptyset(&sa.sa_mask);
+  sigaction(SIGINT, &sa, &g_old_int);
+  sigaction(SIGTERM, &sa, &g_old_term);
+}
+
+InterruptGuard::~InterruptGuard() {
+  sigaction(SIGINT, &g_old_int, nullptr);
+  sigaction(SIGTERM, &g_old_term, nullptr);
+}
+
+int InterruptGuard::caught() { return g_caught; }
 
 bool ConversionOutcome::ok() const {
   if (!died.empty()) return false;
@@ -136,14 +179,18 @@ ConversionChild::ConversionChild(ConversionLibrary &lib, const DeviceImage &img,
   }
   if (pid_ == 0) {
     close(fds[0]);
+    signal(SIGINT, SIG_DFL);  // the child ends on them as an upgrade manager's process would
+    signal(SIGTERM, SIG_DFL);
     child(lib, img, from, to, steps, setup, fdopen(fds[1], "w"));
   }
   close(fds[1]);
+  add_running(pid_);
   from_child_ = fdopen(fds[0], "r");
 }
 
 ConversionChild::~ConversionChild() {
   if (pid_ <= 0) return;
+  drop_running(pid_);
   kill(pid_, SIGKILL);
   int status;
   while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
@@ -172,9 +219,11 @@ ConversionOutcome ConversionChild::wait(const std::function<void(const StepResul
   int status = 0;
   while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
   }
+  drop_running(pid_);
   pid_ = -1;
   if (!error.empty()) throw ToolError(error);
   if (!(WIFEXITED(status) && WEXITSTATUS(status) == 0)) out.died = death(status, out.steps, running);
+  if (WIFSIGNALED(status)) out.signal = WTERMSIG(status);
   return out;
 }
 

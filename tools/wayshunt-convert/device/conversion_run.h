@@ -41,6 +41,7 @@ struct ConversionOutcome {
   std::vector<StepResult> steps;  // those that ran, the failing one last
   bool ok() const;                // every step ran with status 0
   std::string died;               // why the child ended early ("" when it did not)
+  int signal = 0;                 // the signal that ended it, if one did
 };
 
 // A conversion started in a child process, so that the caller can go on
@@ -61,6 +62,18 @@ class ConversionChild {
  private:
   int pid_ = -1;
   FILE *from_child_ = nullptr;
+};
+
+// SIGINT and SIGTERM are passed on to every conversion process running,
+// and remembered, while the guard lives: the tool then ends as they say
+// only after it has told what the interrupted move left.
+class InterruptGuard {
+ public:
+  InterruptGuard();
+  ~InterruptGuard();
+  InterruptGuard(const InterruptGuard &) = delete;
+  InterruptGuard &operator=(const InterruptGuard &) = delete;
+  static int caught();  // the signal caught, or 0
 };
 
 // Runs the steps of from -> to on img in a child process and waits for it.

@@ -22,10 +22,11 @@ namespace wsc {
 
 namespace {
 
-// "process 1234 (wayshunt-convert run --from 4.2(1) ...)", or "another process".
+// "process 1234 (wayshunt-convert run --from 4.2(1) ...)", or "" when no
+// process holds a lock on the folder.
 std::string holder(int fd) {
   struct stat st {};
-  if (fstat(fd, &st) != 0) return "another process";
+  if (fstat(fd, &st) != 0) return "";
   char dev[64];
   std::snprintf(dev, sizeof dev, "%02x:%02x:%llu", major(st.st_dev), minor(st.st_dev),
                 static_cast<unsigned long long>(st.st_ino));
@@ -40,7 +41,7 @@ std::string holder(int fd) {
     if (args.size() > 100) args = args.substr(0, 100) + " ...";
     return "process " + pid + (args.empty() ? "" : " (" + args + ")");
   }
-  return "another process";
+  return "";
 }
 
 std::string existing(std::string folder) {
@@ -64,6 +65,10 @@ FolderLock::FolderLock(const std::string &folder, const std::string &what, doubl
     }
     if (std::chrono::steady_clock::now() >= until) {
       std::string who = holder(fd_);
+      // No holder listed: it let go between the two looks; try once more.
+      if (who.empty() && flock(fd_, LOCK_EX | LOCK_NB) == 0) return;
+      if (who.empty()) who = holder(fd_);
+      if (who.empty()) who = "another process";
       close(fd_);
       throw ToolError(what + " is in use by " + who + "; wait for it to end, or give --wait SECONDS");
     }
