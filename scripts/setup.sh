@@ -10,6 +10,7 @@ packages=(
   libcli11-dev                 # command-line parsing
   nlohmann-json3-dev           # JSON
   clang libclang-rt-dev        # fuzzing harnesses (libFuzzer)
+  groff-base bsdextrautils     # the install test renders the manual pages (nroff, col)
 )
 
 missing=()

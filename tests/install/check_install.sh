@@ -12,6 +12,18 @@ for f in lib/libconvertwayshunt.so lib/convertwayshunt-trace/libconvertwayshunt.
          lib/libportmap.so lib/libtoolkit.so include/wayshunt/wayshunt_cnv.h include/wayshunt/kvs_defs.h; do
   [ -e "$prefix/$f" ] || { echo "not installed: $f"; exit 1; }
 done
+# The tool's manual pages are installed, each command's, and render within
+# 80 columns with every section an operator looks for.
+pages=("$prefix"/share/man/man1/wayshunt-convert*.1)
+[ ${#pages[@]} -ge 12 ] || { echo "manual pages missing: ${pages[*]}"; exit 1; }
+for page in "${pages[@]}"; do
+  text=$(groff -man -Tascii -rLL=80n "$page" 2>/dev/null | col -bx)
+  wide=$(printf '%s\n' "$text" | awk 'length > 80' | wc -l)
+  [ "$wide" -eq 0 ] || { echo "$page: $wide lines over 80 columns"; exit 1; }
+  for section in NAME SYNOPSIS DESCRIPTION OPTIONS "EXIT STATUS" FILES "SEE ALSO"; do
+    grep -q "^$section" <<<"$text" || { echo "$page: no $section section"; exit 1; }
+  done
+done
 # A C compiler reads the library's headers as C, too.
 cmake -S "$here/consumer" -B "$prefix/consumer" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_FLAGS="$flags" >/dev/null
 cmake --build "$prefix/consumer" >/dev/null
