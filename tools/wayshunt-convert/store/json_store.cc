@@ -21,8 +21,9 @@ Records store_from_json_text(const std::string &text, const std::string &source)
   Json doc;
   try {
     doc = Json::parse(text);
-  } catch (const Json::parse_error &e) {
-    // nlohmann's text: "[json.exception.parse_error.101] parse error at line 3, column 5: ..."
+  } catch (const Json::exception &e) {
+    // A syntax error, or a number too large for any type (out_of_range):
+    // "[json.exception.parse_error.101] parse error at line 3, column 5: ..."
     std::string what = e.what();
     size_t at = what.find("] ");
     throw ToolError(source + ": not valid JSON: " + (at == std::string::npos ? what : what.substr(at + 2)) +
