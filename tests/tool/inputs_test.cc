@@ -19,10 +19,33 @@ std::string refusal(const std::string &json) {
   return "";
 }
 
+// The checks of a record and the copy of a document recurse per level: a
+// document nested 100000 deep overran the stack.
+TEST(StoreJson, DeepNestingIsRefused) {
+  const std::string open(100000, '['), close(100000, ']');
+  std::string deep_object;
+  for (int i = 0; i < 100000; ++i) deep_object += R"({"a":)";
+  deep_object += "1" + std::string(100000, '}');
+  for (const std::string &json :
+       {open + close, R"({"records": [{"type": )" + open + close + R"(, "key": {}, "value": {}}]})",
+        R"({"records": [{"type": 1, "key": {"form": "raw", "hex": "01", "a": )" + deep_object +
+            R"(}, "value": {"form": "raw", "hex": ""}}]})"})
+    EXPECT_NE(refusal(json).find("store.json: nested deeper than 64 levels"), std::string::npos) << json.substr(0, 80);
+}
+
 TEST(StoreJson, NumbersTooLargeForAnyTypeAreRefused) {
   EXPECT_EQ(refusal("22222222222E222222222"),
             "store.json: not valid JSON: number overflow parsing '22222222222E222222222'; fix it, or write it anew with "
             "'dump --json'");
+}
+
+// Brackets in strings are no nesting, and 64 levels are read.
+TEST(StoreJson, NestingIsCountedOutsideStringsUpTo64) {
+  std::string in_string = R"({"records": [], "format": "\")" + std::string(100, '[') + R"("})";
+  EXPECT_NE(refusal(in_string).find("store.json: format: "), std::string::npos) << refusal(in_string);
+  std::string at_limit = std::string(64, '[') + std::string(64, ']');
+  EXPECT_NE(refusal(at_limit).find("store.json: top level: expected an object"), std::string::npos) << refusal(at_limit);
+  EXPECT_NE(refusal("[" + at_limit + "]").find("store.json: nested deeper than 64 levels"), std::string::npos);
 }
 
 }  // namespace
