@@ -1,14 +1,38 @@
-// The tool's readers of operator input, called in-process on inputs the
-// fuzzing harnesses (tests/fuzz) found or cannot reach: each ends in its
-// value or one ToolError, never in another exception or a stack overrun.
+// The tool's readers of operator input, called in-process on inputs too
+// large for the fuzzing harnesses (tests/fuzz): each ends in its value or
+// one ToolError, never in a stack overrun.
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "device/device_image.h"
 #include "store/json_store.h"
 #include "tool_error.h"
 
 namespace {
+
+bool accepted(const std::string &version) {
+  try {
+    wsc::check_version("--from", version);
+    return true;
+  } catch (const wsc::ToolError &) {
+    return false;
+  }
+}
+
+TEST(CheckVersion, TakesMajorMinorAndPatchOnly) {
+  for (const char *v : {"4.2(1)", "3.2(1a)", "10.99(123abc)", "0.0(0)", "4.1(3c)", "4.2(1A9z)"}) EXPECT_TRUE(accepted(v)) << v;
+  for (const char *v : {"", "4.2", "4.2()", "4.2(a)", "4.2(1a", "4.2(1-a)", " 4.2(1)", "4.2(1) ", "4..2(1)", ".2(1)",
+                        "4.(1)", "4.2(1))", "4.2(1)x", "4,2(1)", "4.2(1\xe9)", "\xd9\xa4.2(1)"})
+    EXPECT_FALSE(accepted(v)) << v;
+}
+
+// std::regex overran the stack at some 26000 characters.
+TEST(CheckVersion, LongTextsEndInAnAnswer) {
+  EXPECT_FALSE(accepted(std::string(1 << 20, '1')));
+  EXPECT_TRUE(accepted("4.2(" + std::string(1 << 20, '1') + ")"));
+  EXPECT_TRUE(accepted("4.2(1" + std::string(1 << 20, 'a') + ")"));
+}
 
 std::string refusal(const std::string &json) {
   try {
