@@ -3,10 +3,13 @@
 // one ToolError, never in a stack overrun.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <filesystem>
 #include <string>
 
 #include "device/device_image.h"
 #include "store/json_store.h"
+#include "store/store_io.h"
 #include "tool_error.h"
 
 namespace {
@@ -70,6 +73,27 @@ TEST(StoreJson, NestingIsCountedOutsideStringsUpTo64) {
   std::string at_limit = std::string(64, '[') + std::string(64, ']');
   EXPECT_NE(refusal(at_limit).find("store.json: top level: expected an object"), std::string::npos) << refusal(at_limit);
   EXPECT_NE(refusal("[" + at_limit + "]").find("store.json: nested deeper than 64 levels"), std::string::npos);
+}
+
+// One byte of a real store's leaf page overwritten (the input datum-of-4g
+// of fuzz_store_file) gives a record of some 4 GB in a 24 KB file: it was
+// copied, reading past the file (SIGBUS); the store is now refused.
+TEST(ReadStore, ARecordLargerThanTheFileIsRefused) {
+  namespace fs = std::filesystem;
+  wsc::TempFolder dir("inputs-test");
+  std::string file = dir.path() + "/damaged.mdb";
+  fs::copy_file(FUZZ_STORES_DIR "/4.2-100.mdb", file);
+  FILE *f = std::fopen(file.c_str(), "r+b");
+  ASSERT_NE(f, nullptr);
+  std::fseek(f, 0x5026, SEEK_SET);
+  std::fputc(0x7e, f);
+  std::fclose(f);
+  try {
+    wsc::read_store(wsc::resolve_store(file));
+    ADD_FAILURE() << "the damaged store was read";
+  } catch (const wsc::ToolError &e) {
+    EXPECT_NE(std::string(e.what()).find("the file is damaged or not a store"), std::string::npos) << e.what();
+  }
 }
 
 }  // namespace

@@ -5,8 +5,10 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdint>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "records/formats.h"
@@ -139,18 +141,27 @@ class NewFolders {
 }  // namespace
 
 Records read_store(const StoreRef &store) {
-  Records records;
+  struct Walk {
+    Records records;
+    uintmax_t file_size;
+  } walk{{}, UINTMAX_MAX};
+  std::error_code ec;
+  if (uintmax_t size = std::filesystem::file_size(store.file, ec); !ec) walk.file_size = size;
   auto each = [](const kvs_datum_t *k, const kvs_datum_t *v, void *arg) -> retcode_t {
-    static_cast<Records *>(arg)->push_back({copy(k), copy(v)});
+    auto *w = static_cast<Walk *>(arg);
+    // A key or value larger than the whole data file has the size of a
+    // damaged page: copying it would read gigabytes past the file.
+    if (k->siz > w->file_size || v->siz > w->file_size) return KVS_ERR_CORRUPT;
+    w->records.push_back({copy(k), copy(v)});
     return 0;
   };
   // Read-only, beside the service calls: no lock file, no handle number taken.
-  if (retcode_t rc = kvs_read_records(store.url.c_str(), each, &records)) {
-    bool opening = rc == KVS_ERR_NO_STORE || rc == KVS_ERR_CORRUPT || records.empty();
+  if (retcode_t rc = kvs_read_records(store.url.c_str(), each, &walk)) {
+    bool opening = rc == KVS_ERR_NO_STORE || rc == KVS_ERR_CORRUPT || walk.records.empty();
     throw ToolError((opening ? "cannot open store " : "cannot walk store ") + store.file + ": " + why(rc) + "; " +
                     (opening ? open_advice(rc) : kReadAdvice));
   }
-  return records;
+  return std::move(walk.records);
 }
 
 void write_store(const StoreRef &store, const Records &records, bool force, bool progress) {
