@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <regex>
 #include <sstream>
 
 #include "devroot.h"
@@ -121,9 +120,30 @@ TempFolder::~TempFolder() {
   fs::remove_all(path_, ec);
 }
 
+namespace {
+
+// Whether text is major.minor(patch): digits, '.', digits, '(', digits and
+// then letters or digits, ')'. Read by hand, since std::regex recurses once
+// per character and a text of some ten thousand would overrun the stack.
+bool is_release_version(const std::string &text) {
+  size_t i = 0;
+  auto skip = [&](auto in_class) {
+    size_t from = i;
+    while (i < text.size() && in_class(static_cast<unsigned char>(text[i]))) ++i;
+    return i > from;
+  };
+  auto digit = [](unsigned char c) { return c >= '0' && c <= '9'; };
+  auto alnum = [&](unsigned char c) { return digit(c) || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); };
+  auto next_is = [&](char c) { return i < text.size() && text[i++] == c; };
+  if (!skip(digit) || !next_is('.') || !skip(digit) || !next_is('(') || !skip(digit)) return false;
+  skip(alnum);
+  return next_is(')') && i == text.size();
+}
+
+}  // namespace
+
 void check_version(const std::string &option, const std::string &text) {
-  static const std::regex kVersion(R"([0-9]+\.[0-9]+\([0-9]+[A-Za-z0-9]*\))");
-  if (!std::regex_match(text, kVersion))
+  if (!is_release_version(text))
     throw ToolError(option + " '" + text + "' is no release version; write major.minor(patch), e.g. 4.2(1a)");
 }
 

@@ -17,12 +17,50 @@ Json store_to_json(const Records &records) {
   return doc;
 }
 
+namespace {
+
+// A store's JSON nests five deep (document, records, record, key or value,
+// rw_key). Copies of a parsed document and the checks of a record recurse
+// once per level, so a document nested some thousands deep would overrun
+// the stack: deeper than this it is refused before it is parsed.
+constexpr int kMaxDepth = 64;
+
+// Whether the brackets outside strings of text nest deeper than kMaxDepth.
+// Where text is no JSON the parser says so; up to there it reads strings
+// and brackets as this does.
+bool nests_too_deep(const std::string &text) {
+  int depth = 0;
+  bool in_string = false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    char c = text[i];
+    if (in_string) {
+      if (c == '\\')
+        ++i;
+      else if (c == '"')
+        in_string = false;
+    } else if (c == '"') {
+      in_string = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > kMaxDepth) return true;
+    } else if (c == ']' || c == '}') {
+      --depth;
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
 Records store_from_json_text(const std::string &text, const std::string &source) {
+  if (nests_too_deep(text))
+    throw ToolError(source + ": nested deeper than " + std::to_string(kMaxDepth) +
+                    " levels, which no store's JSON is; write it anew with 'dump --json'");
   Json doc;
   try {
     doc = Json::parse(text);
-  } catch (const Json::parse_error &e) {
-    // nlohmann's text: "[json.exception.parse_error.101] parse error at line 3, column 5: ..."
+  } catch (const Json::exception &e) {
+    // A syntax error, or a number too large for any type (out_of_range):
+    // "[json.exception.parse_error.101] parse error at line 3, column 5: ..."
     std::string what = e.what();
     size_t at = what.find("] ");
     throw ToolError(source + ": not valid JSON: " + (at == std::string::npos ? what : what.substr(at + 2)) +

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "records/formats.h"
@@ -146,7 +147,9 @@ Records read_store(const StoreRef &store) {
     static_cast<Records *>(arg)->push_back({copy(k), copy(v)});
     return 0;
   };
-  // Read-only, beside the service calls: no lock file, no handle number taken.
+  // Read-only, beside the service calls: no lock file, no handle number
+  // taken. The stand-in refuses a key or value that does not lie within the
+  // file before it is handed out.
   if (retcode_t rc = kvs_read_records(store.url.c_str(), each, &records)) {
     std::string detail = kvs_last_error_detail();
     if (rc == KVS_ERR_CORRUPT)
