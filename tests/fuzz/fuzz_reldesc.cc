@@ -8,17 +8,16 @@
 // the last one counts.
 #include <stdio.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <string>
 #include <string_view>
 
 #include "device/device_image.h"
+#include "fuzz_folder.h"
 #include "reldesc.h"
 #include "tool_error.h"
 
@@ -42,11 +41,7 @@ const char *read_descriptor(const std::string &text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  std::string tmpl = access("/dev/shm", W_OK) == 0 ? "/dev/shm/fuzzreldesc.XXXXXX" : "/tmp/fuzzreldesc.XXXXXX";
-  if (!mkdtemp(tmpl.data())) abort();
-  static std::string dir = tmpl;
-  atexit([] { std::filesystem::remove_all(dir); });
-  g_file = dir + "/to.reldesc";
+  g_file = fuzz_folder("fuzzreldesc") + "/to.reldesc";
   unsetenv("PLAT_FAULTS");  // no rule may fail the reads
   return 0;
 }

@@ -10,10 +10,8 @@
 // (2 bytes, little-endian, taken modulo the length kept) and the new byte.
 #include <stdio.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <cstdint>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -21,6 +19,7 @@
 #include <vector>
 
 #include "compare/store_profile.h"
+#include "fuzz_folder.h"
 #include "records/json_codec.h"
 #include "store/json_store.h"
 #include "store/store_io.h"
@@ -33,7 +32,6 @@ namespace {
 const char *const kSeedStores[] = {"3.2.mdb", "4.1.mdb", "4.2.mdb", "4.2-100.mdb"};
 
 std::vector<std::string> g_seeds;
-std::string g_dir;
 wsc::StoreRef g_store;
 
 std::string read_file(const std::string &path) {
@@ -64,12 +62,8 @@ void render(const wsc::Records &records) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  std::string tmpl = access("/dev/shm", W_OK) == 0 ? "/dev/shm/fuzzstore.XXXXXX" : "/tmp/fuzzstore.XXXXXX";
-  if (!mkdtemp(tmpl.data())) abort();
-  g_dir = tmpl;
-  atexit([] { std::filesystem::remove_all(g_dir); });
   unsetenv("PLAT_KVS_ROOT");
-  g_store = wsc::resolve_store(g_dir);
+  g_store = wsc::resolve_store(fuzz_folder("fuzzstore"));
   for (const char *name : kSeedStores) {
     g_seeds.push_back(read_file(std::string(FUZZ_STORES_DIR "/") + name));
     // Offsets and lengths are 16 bits: a seed must fit them.

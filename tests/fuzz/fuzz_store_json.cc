@@ -6,13 +6,12 @@
 // them, in key order, or the write fails with a ToolError.
 #include <stdio.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <filesystem>
 #include <string>
 
+#include "fuzz_folder.h"
 #include "records/json_codec.h"
 #include "store/json_store.h"
 #include "store/store_io.h"
@@ -20,7 +19,6 @@
 
 namespace {
 
-std::string g_dir;
 wsc::StoreRef g_store;
 
 void fail(const char *what) {
@@ -31,13 +29,9 @@ void fail(const char *what) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  std::string tmpl = access("/dev/shm", W_OK) == 0 ? "/dev/shm/fuzzjson.XXXXXX" : "/tmp/fuzzjson.XXXXXX";
-  if (!mkdtemp(tmpl.data())) abort();
-  g_dir = tmpl;
-  atexit([] { std::filesystem::remove_all(g_dir); });
   unsetenv("PLAT_KVS_ROOT");
   setenv("PLAT_KVS_MAP_SIZE", "1048576", 1);  // small stores: a small map is quicker to make
-  g_store = wsc::resolve_store(g_dir);
+  g_store = wsc::resolve_store(fuzz_folder("fuzzjson"));
   return 0;
 }
 
