@@ -139,35 +139,36 @@ retcode_t walk(Walk &w, kvs_record_fn each, void *arg, std::vector<unsigned char
 
 retcode_t read_records(const std::string &file, kvs_record_fn each, void *arg) {
   Walk w;
-  int rc = mdb_env_create(&w.env);
-  if (rc == 0) rc = mdb_env_set_assert(w.env, on_assert);
-  if (rc == 0) rc = mdb_env_open(w.env, file.c_str(), MDB_NOSUBDIR | MDB_RDONLY | MDB_NOLOCK, 0);
-  retcode_t st = rc ? status_of(rc) : check_size(w, file);
-  if (st) {
-    if (w.env) mdb_env_close(w.env);
-    return st;
-  }
   std::vector<unsigned char> kbuf, vbuf;
-  struct sigaction fault = {}, old_bus, old_segv;
+  // The guard covers the open too: a damaged header can make LMDB divide
+  // by a page size of 0 or read a page it maps past the file.
+  struct sigaction fault = {}, old_bus, old_segv, old_fpe;
   fault.sa_handler = on_fault;
   sigemptyset(&fault.sa_mask);
   sigaction(SIGBUS, &fault, &old_bus);
   sigaction(SIGSEGV, &fault, &old_segv);
-  if (int sig = sigsetjmp(g_escape, 1)) {
+  sigaction(SIGFPE, &fault, &old_fpe);
+  auto restore = [&] {
     g_walking = 0;
     sigaction(SIGBUS, &old_bus, nullptr);
     sigaction(SIGSEGV, &old_segv, nullptr);
+    sigaction(SIGFPE, &old_fpe, nullptr);
+  };
+  if (int sig = sigsetjmp(g_escape, 1)) {
+    restore();
     abandoned().push_back(w);
     set_detail(sig == SIGABRT ? "a damaged page failed the database's own checks"
                               : std::string("reading a damaged page faulted (") + strsignal(sig) + ")");
     return KVS_ERR_CORRUPT;
   }
   g_walking = 1;
-  st = walk(w, each, arg, kbuf, vbuf);
-  g_walking = 0;
-  sigaction(SIGBUS, &old_bus, nullptr);
-  sigaction(SIGSEGV, &old_segv, nullptr);
-  mdb_env_close(w.env);
+  int rc = mdb_env_create(&w.env);
+  if (rc == 0) rc = mdb_env_set_assert(w.env, on_assert);
+  if (rc == 0) rc = mdb_env_open(w.env, file.c_str(), MDB_NOSUBDIR | MDB_RDONLY | MDB_NOLOCK, 0);
+  retcode_t st = rc ? status_of(rc) : check_size(w, file);
+  if (st == 0) st = walk(w, each, arg, kbuf, vbuf);
+  restore();
+  if (w.env) mdb_env_close(w.env);
   return st;
 }
 
