@@ -8,6 +8,8 @@
 #include <string>
 
 #include "device/device_image.h"
+#include "device/history.h"
+#include "device/log_reader.h"
 #include "store/json_store.h"
 #include "store/store_io.h"
 #include "tool_error.h"
@@ -94,6 +96,26 @@ TEST(ReadStore, ARecordLargerThanTheFileIsRefused) {
   } catch (const wsc::ToolError &e) {
     EXPECT_NE(std::string(e.what()).find("damaged or not a store"), std::string::npos) << e.what();
   }
+}
+
+// A log record of 200,000 characters and a history line nested 100,000 deep
+// overran the stack (std::regex recursing per character, the JSON parser per
+// level): the first is a trace, the second an unreadable line.
+TEST(LogAndHistory, HugeRecordsAndDeepLinesEndCleanly) {
+  std::string text = "wayshunt_cnv_log_cleanup():71 file Closed at " + std::string(200000, 'x');
+  std::vector<wsc::LogRecord> records = wsc::split_log(text, "big.log");
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_EQ(wsc::error_kind(records[0]), nullptr);
+  wsc::TempFolder dir("inputs-test");
+  std::string file = dir.path() + "/history.jsonl";
+  std::FILE *f = std::fopen(file.c_str(), "w");
+  ASSERT_NE(f, nullptr);
+  std::fputs((std::string(100000, '[') + std::string(100000, ']') + "\n{\"from\": \"4.2(1)\"}\n").c_str(), f);
+  std::fclose(f);
+  std::vector<wsc::Json> lines = wsc::read_history(file);
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_TRUE(lines[0].contains("unreadable"));
+  EXPECT_EQ(lines[1]["from"], "4.2(1)");
 }
 
 }  // namespace

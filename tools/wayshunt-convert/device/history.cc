@@ -36,7 +36,7 @@ std::vector<Json> read_history(const std::string &file) {
   std::vector<Json> out;
   for (std::string line; std::getline(in, line);) {
     if (line.empty()) continue;
-    Json j = Json::parse(line, nullptr, false);
+    Json j = json_nests_deeper(line, 16) ? Json() : Json::parse(line, nullptr, false);  // a record nests 3 deep
     out.push_back(j.is_object() ? j : Json{{"unreadable", line}});
   }
   return out;

@@ -111,6 +111,9 @@ const ErrorRecordKind *error_kind(const LogRecord &r) {
   const auto &kinds = error_record_kinds();
   if (patterns.empty())
     for (const ErrorRecordKind &k : kinds) patterns.push_back(message_pattern(k.message));
+  // Every error record is one short message: a longer record is a trace, and
+  // matching it would cost std::regex a recursion per character.
+  if (r.text.size() > 4096) return nullptr;
   for (size_t i = 0; i < kinds.size(); ++i)
     if (r.function == kinds[i].function && std::regex_match(r.text, patterns[i])) return &kinds[i];
   return nullptr;

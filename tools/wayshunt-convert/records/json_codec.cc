@@ -244,6 +244,27 @@ Record record_from_json(const Json &j) {
   return r;
 }
 
+bool json_nests_deeper(const std::string &text, int max_depth) {
+  int depth = 0;
+  bool in_string = false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    char c = text[i];
+    if (in_string) {
+      if (c == '\\')
+        ++i;
+      else if (c == '"')
+        in_string = false;
+    } else if (c == '"') {
+      in_string = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > max_depth) return true;
+    } else if (c == ']' || c == '}') {
+      --depth;
+    }
+  }
+  return false;
+}
+
 std::string field_text(const Field &f, const uint8_t *p) {
   Json v = decode_field(f, p);
   return v.is_string() ? v.get<std::string>() : v.dump();

@@ -51,6 +51,13 @@ Record record_from_json(const Json &j);
 // with all every field (raw hex cut to 32 bytes unless all).
 std::vector<std::pair<std::string, std::string>> record_fields(const Record &r, bool all);
 
+// Whether the brackets outside strings of text nest deeper than max_depth.
+// A parsed document is copied and checked by recursion, one level a call:
+// text nested some thousands deep is refused with this before it is parsed.
+// Where text is no JSON the parser says so; up to there this reads strings
+// and brackets as it does.
+bool json_nests_deeper(const std::string &text, int max_depth);
+
 // The text of one field of a form, read at p, as the JSON and 'dump' show it.
 struct Field;
 std::string field_text(const Field &f, const uint8_t *p);

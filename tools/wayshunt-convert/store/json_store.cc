@@ -25,34 +25,10 @@ namespace {
 // the stack: deeper than this it is refused before it is parsed.
 constexpr int kMaxDepth = 64;
 
-// Whether the brackets outside strings of text nest deeper than kMaxDepth.
-// Where text is no JSON the parser says so; up to there it reads strings
-// and brackets as this does.
-bool nests_too_deep(const std::string &text) {
-  int depth = 0;
-  bool in_string = false;
-  for (size_t i = 0; i < text.size(); ++i) {
-    char c = text[i];
-    if (in_string) {
-      if (c == '\\')
-        ++i;
-      else if (c == '"')
-        in_string = false;
-    } else if (c == '"') {
-      in_string = true;
-    } else if (c == '[' || c == '{') {
-      if (++depth > kMaxDepth) return true;
-    } else if (c == ']' || c == '}') {
-      --depth;
-    }
-  }
-  return false;
-}
-
 }  // namespace
 
 Records store_from_json_text(const std::string &text, const std::string &source) {
-  if (nests_too_deep(text))
+  if (json_nests_deeper(text, kMaxDepth))
     throw ToolError(source + ": nested deeper than " + std::to_string(kMaxDepth) +
                     " levels, which no store's JSON is; write it anew with 'dump --json'");
   Json doc;
