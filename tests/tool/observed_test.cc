@@ -194,27 +194,51 @@ TEST(ObservedLock, RunsOnOneImageTakeTurns) {
   EXPECT_GT(refused, 0u) << "no run ever met another: the test tests nothing";
 }
 
-// A move killed between its passes and run again leaves the store an
-// uninterrupted move leaves.
-TEST(ObservedStop, InterruptedMoveRunAgainEqualsOneMove) {
+// A move cut short by a signal names the entry point and the rung that ran,
+// as the conversion's own stack showed them. The store keeps a rung's work
+// only once the rung closes it, so a rung cut short leaves the store as the
+// rung found it; the same move run again leaves the store an uninterrupted
+// move leaves.
+struct Stop {
+  int move;            // into kMoves
+  const char *rule;    // raises the signal at a call of the platform
+  int signal;
+  const char *rung;    // named in the report
+  bool cut_changed;    // an earlier rung had ended before the signal
+};
+const Stop kStops[] = {
+    {4, "kvs_open:1=SIGINT", SIGINT, "wayshunt_cnv_config_downgrade_to_413_or_lower, the rung down to the forms of 4.1.3", false},
+    {4, "kvs_open:2=SIGTERM", SIGTERM, "wayshunt_cnv_config_downgrade_to_3_2, the rung down to the forms of 3.2", true},
+    {4, "kvs_delete:3=SIGTERM", SIGTERM, "wayshunt_cnv_config_downgrade_to_413_or_lower, the rung down", false},
+    {0, "kvs_open:2=SIGINT", SIGINT, "wayshunt_cnv_config_upgrade_from_413_or_lower, the rung up from the forms of 4.1.3", true},
+    {0, "kvs_store:2=SIGINT", SIGINT, "wayshunt_cnv_config_upgrade_from_32, the rung up from the forms of 3.2", false},
+    {2, "kvs_getvalue:7=SIGTERM", SIGTERM, "wayshunt_cnv_config_upgrade_from_413_or_lower, the rung up", false},
+};
+
+TEST(ObservedStop, InterruptionNamesTheRungAndARerunFinishes) {
   testsupport::TempDir dir;
   testsupport::ScopedEnv tmp("TMPDIR", dir.path().c_str());
-  const Move &m = kMoves[4];  // 4.2 -> 3.2: two passes
-  std::string img = image(dir / "img", m, 2), ref = image(dir / "ref", m, 2);
-  std::vector<std::string> move = {"run", "--from", m.from, "--to", m.to, "--image"};
-  auto with = [&](std::string image, std::vector<std::string> more) {
-    std::vector<std::string> a = move;
-    a.push_back(image);
-    a.insert(a.end(), more.begin(), more.end());
-    return tooltest::run_tool(a);
-  };
-  tooltest::Run cut = with(img, {"--fault", "kvs_open:2=SIGTERM"});
-  EXPECT_EQ(cut.status, 128 + SIGTERM) << cut.out << cut.err;
-  EXPECT_NE(cut.out.find("run the same move again to finish it"), std::string::npos) << cut.out;
-  EXPECT_NE(tooltest::run_tool({"diff", "--quiet", img + "/mnt/kvs", ref + "/mnt/kvs"}).status, 0) << "nothing was converted";
-  EXPECT_EQ(with(img, {}).status, 0);
-  EXPECT_EQ(with(ref, {"--no-audit"}).status, 0);
-  EXPECT_EQ(tooltest::run_tool({"diff", "--quiet", img + "/mnt/kvs", ref + "/mnt/kvs"}).status, 0);
+  int n = 0;
+  for (const Stop &c : kStops) {
+    const Move &m = kMoves[c.move];
+    std::string at = std::to_string(n++);
+    std::string img = image(dir / ("img" + at), m, 2), ref = image(dir / ("ref" + at), m, 2);
+    auto run = [&](const std::string &image, std::vector<std::string> more) {
+      std::vector<std::string> a = {"run", "--from", m.from, "--to", m.to, "--image", image};
+      a.insert(a.end(), more.begin(), more.end());
+      return tooltest::run_tool(a);
+    };
+    tooltest::Run cut = run(img, {"--fault", c.rule});
+    SCOPED_TRACE(std::string(m.from) + " -> " + m.to + " " + c.rule + "\n" + cut.out + cut.err);
+    EXPECT_EQ(cut.status, 128 + c.signal);
+    EXPECT_NE(cut.out.find(std::string("during convert_gsync, in ") + c.rung), std::string::npos);
+    EXPECT_NE(cut.out.find("run the same move again to finish it"), std::string::npos);
+    EXPECT_NE(tooltest::run_tool({"info", img + "/mnt/kvs"}).out.find("that stopped before its end"), std::string::npos);
+    EXPECT_EQ(tooltest::run_tool({"diff", "--quiet", img + "/mnt/kvs", ref + "/mnt/kvs"}).status, c.cut_changed ? 1 : 0);
+    EXPECT_EQ(run(img, {"--no-audit"}).status, 0);
+    EXPECT_EQ(run(ref, {"--no-audit"}).status, 0);
+    EXPECT_EQ(tooltest::run_tool({"diff", "--quiet", img + "/mnt/kvs", ref + "/mnt/kvs"}).status, 0);
+  }
 }
 
 // A store replaced by 'gen --force' keeps the mode of the one it replaces.

@@ -102,6 +102,7 @@ int main(int argc, char **argv) {
       std::cerr << who(app) << ": " << one_line(e.what()) << "; run '" << who(app) << " --help'\n";
   } catch (const wsc::ToolError &e) {
     std::cerr << who(app) << ": " << one_line(e.what()) << "\n";
+    return e.status();
   } catch (const std::bad_alloc &) {
     std::cerr << who(app) << ": out of memory; try a smaller store or free memory\n";
   } catch (const std::exception &e) {

@@ -221,6 +221,9 @@ class Flow {
   // Starts the move on the image, its platform calls journaled where the
   // user asks (PLAT_JOURNAL) or the audit needs them (fault rules).
   std::unique_ptr<ConversionChild> start_move() {
+    if (int sig = InterruptGuard::caught())  // come while the tool prepared: nothing is moved
+      throw ToolError(std::string("interrupted (") + strsignal(sig) + ") before the move started; the image is as it was",
+                      128 + sig);
     make_image_folders(img_);
     check_hub_dir(img_.hub());
     const char *user = std::getenv("PLAT_JOURNAL");
@@ -244,7 +247,7 @@ class Flow {
     else mark_stopped(img_, moved.died);
     if (!moved.died.empty()) out_ << "stopped: " << moved.died << "\n";
     int sig = InterruptGuard::caught() ? InterruptGuard::caught() : moved.signal;
-    if (sig == SIGINT || sig == SIGTERM) report_interruption(sig);
+    if (sig == SIGINT || sig == SIGTERM) report_interruption(sig, moved.died.empty());
     v_.doc["steps"] = statuses_json(moved.steps);
     v_.statuses_ok = moved.ok();
     if (!o_.faults.empty()) report_store_after();
@@ -252,7 +255,8 @@ class Flow {
   }
 
   // What an interrupted move left: the store against the store as it was.
-  void report_interruption(int sig) {
+  // ended: every call of the move had returned when the signal came.
+  void report_interruption(int sig, bool ended) {
     v_.interrupted = sig;
     Records now = store_of(img_);
     StoreProfile p = profile_store(now);
@@ -260,7 +264,8 @@ class Flow {
     std::string state = "the store now: " + std::to_string(p.records) + " records in the forms of " + era_verdict(p) +
                         "; against the store as it was, " + change_headline(k, "move").substr(10);
     out_ << "interrupted (" << strsignal(sig) << "): " << state << "\n"
-         << "interrupted: the move stopped before its end; run the same move again to finish it\n";
+         << (ended ? "interrupted: after the move's last call had returned; the audit did not run\n"
+                   : "interrupted: the move stopped before its end; run the same move again to finish it\n");
     v_.doc["interrupted"] = {{"signal", sig}, {"store", state}};
   }
 

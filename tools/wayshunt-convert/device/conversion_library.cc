@@ -3,7 +3,9 @@
 #include "device/conversion_library.h"
 
 #include <dlfcn.h>
+#include <link.h>
 
+#include <cstring>
 #include <filesystem>
 #include <vector>
 
@@ -32,6 +34,19 @@ std::vector<fs::path> library_dirs() {
     dirs.push_back(fs::absolute(info.dli_fname).parent_path());
   return dirs;
 }
+
+// The library's conversions of the store, each one rung of the ladder of
+// stored forms, as its header names them.
+struct Rung {
+  const char *conversion;
+  const char *where;
+};
+constexpr Rung kRungs[] = {
+    {"wayshunt_cnv_config_downgrade_to_413_or_lower", "the rung down to the forms of 4.1.3 or lower"},
+    {"wayshunt_cnv_config_downgrade_to_3_2", "the rung down to the forms of 3.2"},
+    {"wayshunt_cnv_config_upgrade_from_32", "the rung up from the forms of 3.2"},
+    {"wayshunt_cnv_config_upgrade_from_413_or_lower", "the rung up from the forms of 4.1.3 or lower"},
+};
 
 std::string quoted(const std::vector<std::string> &args) {
   std::string s;
@@ -152,6 +167,24 @@ std::string ConversionLibrary::status_text(uint32_t status) {
   void *own = dlsym(handle_, "wayshunt_cnv_strerror");  // a library of an older build has none
   const char *text = own ? reinterpret_cast<const char *(*)(uint32_t)>(own)(status) : retcode2str(status);
   return text ? text : "";
+}
+
+std::string ConversionLibrary::rung_at(const std::vector<uintptr_t> &frames) const {
+  for (uintptr_t ret : frames) {
+    // A return address may lie just past its function's last call: look
+    // at the call itself.
+    void *at = reinterpret_cast<void *>(ret - 1);
+    Dl_info info{};
+    void *extra = nullptr;
+    if (!dladdr1(at, &info, &extra, RTLD_DL_SYMENT) || !info.dli_sname || !extra) continue;
+    auto entry = static_cast<const ElfW(Sym) *>(extra);
+    auto start = reinterpret_cast<uintptr_t>(info.dli_saddr);
+    if (ret - 1 >= start + entry->st_size) continue;  // in a function with no name of its own
+    for (const Rung &r : kRungs)
+      if (std::strcmp(info.dli_sname, r.conversion) == 0 && dlsym(handle_, r.conversion) == info.dli_saddr)
+        return std::string(r.conversion) + ", " + r.where;
+  }
+  return "";
 }
 
 }  // namespace wsc

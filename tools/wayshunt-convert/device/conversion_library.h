@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "records/era.h"
 
@@ -51,6 +52,13 @@ class ConversionLibrary {
   uint8_t slot_of(uint32_t if_index);
   // The status's text: the library's own for its codes, else the platform's.
   std::string status_text(uint32_t status);
+
+  // The rung of the ladder that a stack of return addresses (innermost
+  // first, taken in a process forked after the library was loaded) was in:
+  // its conversion's name and where it goes, e.g.
+  // "wayshunt_cnv_config_downgrade_to_3_2, the rung down to the forms of
+  // 3.2"; "" when no conversion of the store was on the stack.
+  std::string rung_at(const std::vector<uintptr_t> &frames) const;
 
  private:
   void *sym(const char *name);

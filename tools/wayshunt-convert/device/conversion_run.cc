@@ -4,7 +4,9 @@
 // gets each result as it ends.
 #include "device/conversion_run.h"
 
+#include <execinfo.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -81,6 +83,53 @@ StepResult call_step(ConversionLibrary &lib, const DeviceImage &img, Step step, 
   return r;
 }
 
+// Where a signal met the child: its stack of return addresses, written to
+// the parent before the child ends as the signal says. The parent, into
+// which the library was loaded before the fork, names the rung from them.
+int g_report_fd = -1;
+
+char *put_hex(char *p, uintptr_t v) {
+  char digits[2 * sizeof v];
+  int n = 0;
+  do digits[n++] = "0123456789abcdef"[v & 15];
+  while (v >>= 4);
+  while (n) *p++ = digits[--n];
+  return p;
+}
+
+extern "C" void tell_where(int sig) {
+  void *frames[64];
+  int n = backtrace(frames, 64);  // warmed up in the child: no allocation here
+  char line[64 * 20 + 64], *p = line;
+  for (const char *head = "{\"signal\":\""; *head;) *p++ = *head++;
+  p = put_hex(p, static_cast<uintptr_t>(sig));
+  for (const char *mid = "\",\"frames\":["; *mid;) *p++ = *mid++;
+  for (int i = 0; i < n; ++i) {
+    if (i) *p++ = ',';
+    *p++ = '"';
+    p = put_hex(p, reinterpret_cast<uintptr_t>(frames[i]));
+    *p++ = '"';
+  }
+  *p++ = ']', *p++ = '}', *p++ = '\n';
+  if (write(g_report_fd, line, static_cast<size_t>(p - line)) < 0) {
+  }
+  signal(sig, SIG_DFL);
+  raise(sig);
+}
+
+// The child ends on SIGINT and SIGTERM as an upgrade manager's process
+// would, after telling where they met it.
+void tell_where_on_signals(int fd) {
+  void *warm[4];
+  backtrace(warm, 4);  // its first call loads the unwinder
+  g_report_fd = fd;
+  struct sigaction sa = {};
+  sa.sa_handler = tell_where;
+  sigemptyset(&sa.sa_mask);
+  sigaction(SIGINT, &sa, nullptr);
+  sigaction(SIGTERM, &sa, nullptr);
+}
+
 // The child's whole life; never returns.
 [[noreturn]] void child(ConversionLibrary &lib, const DeviceImage &img, const std::string &from, const std::string &to,
                         const std::vector<Step> &steps, const ConversionSetup &setup, FILE *to_parent) {
@@ -105,12 +154,12 @@ StepResult call_step(ConversionLibrary &lib, const DeviceImage &img, Step step, 
   _exit(code);  // nothing of the parent's (buffers, exit handlers) runs twice
 }
 
-std::string death(int status, const std::vector<StepResult> &done, int running) {
+std::string death(int status, const std::vector<StepResult> &done, int running, const std::string &rung) {
   std::string why = WIFSIGNALED(status) ? "was killed by signal " + std::to_string(WTERMSIG(status)) + " (" +
                                               strsignal(WTERMSIG(status)) + ")"
                                         : "ended with exit status " + std::to_string(WEXITSTATUS(status));
   if (running >= 0 && (done.empty() || static_cast<int>(done.back().step) != running))
-    why += " during convert_" + step_name(static_cast<Step>(running));
+    why += " during convert_" + step_name(static_cast<Step>(running)) + (rung.empty() ? "" : ", in " + rung);
   return "the conversion process " + why;
 }
 
@@ -147,6 +196,7 @@ InterruptGuard::InterruptGuard() {
   g_caught = 0;
   struct sigaction sa = {};
   sa.sa_handler = pass_on;
+  sa.sa_flags = SA_RESTART;  // the reading of the child's reports goes on
   sigemptyset(&sa.sa_mask);
   sigaction(SIGINT, &sa, &g_old_int);
   sigaction(SIGTERM, &sa, &g_old_term);
@@ -167,24 +217,35 @@ bool ConversionOutcome::ok() const {
 }
 
 ConversionChild::ConversionChild(ConversionLibrary &lib, const DeviceImage &img, const std::string &from,
-                                 const std::string &to, const std::vector<Step> &steps, const ConversionSetup &setup) {
+                                 const std::string &to, const std::vector<Step> &steps, const ConversionSetup &setup)
+    : lib_(lib) {
   int fds[2];
   if (pipe2(fds, O_CLOEXEC) != 0) throw ToolError(std::string("cannot make a pipe: ") + std::strerror(errno));
   std::cout.flush();
   std::cerr.flush();
+  // SIGINT and SIGTERM wait while the child starts: the child must not
+  // meet them before it has its own handler, nor the parent before it
+  // knows the child's pid to pass them on.
+  sigset_t stop_signals, mask;
+  sigemptyset(&stop_signals);
+  sigaddset(&stop_signals, SIGINT);
+  sigaddset(&stop_signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stop_signals, &mask);
   pid_ = fork();
   if (pid_ < 0) {
+    pthread_sigmask(SIG_SETMASK, &mask, nullptr);
     close(fds[0]), close(fds[1]);
     throw ToolError(std::string("cannot start a process: ") + std::strerror(errno));
   }
   if (pid_ == 0) {
     close(fds[0]);
-    signal(SIGINT, SIG_DFL);  // the child ends on them as an upgrade manager's process would
-    signal(SIGTERM, SIG_DFL);
+    tell_where_on_signals(fds[1]);
+    pthread_sigmask(SIG_SETMASK, &mask, nullptr);
     child(lib, img, from, to, steps, setup, fdopen(fds[1], "w"));
   }
   close(fds[1]);
   add_running(pid_);
+  pthread_sigmask(SIG_SETMASK, &mask, nullptr);
   from_child_ = fdopen(fds[0], "r");
 }
 
@@ -204,7 +265,13 @@ ConversionOutcome ConversionChild::wait(const std::function<void(const StepResul
   int running = -1;
   char *line = nullptr;
   size_t cap = 0;
-  while (getline(&line, &cap, from_child_) > 0) {
+  for (;;) {
+    errno = 0;
+    if (getline(&line, &cap, from_child_) <= 0) {
+      if (errno != EINTR) break;
+      clearerr(from_child_);  // a signal met the read: the child has more to tell
+      continue;
+    }
     Json j = Json::parse(line, nullptr, false);
     if (j.contains("start")) running = j["start"].get<int>();
     if (j.contains("result")) {
@@ -212,6 +279,11 @@ ConversionOutcome ConversionChild::wait(const std::function<void(const StepResul
       if (on_step) on_step(out.steps.back());
     }
     if (j.contains("error")) error = j["error"];
+    if (j.contains("frames")) {
+      std::vector<uintptr_t> frames;
+      for (const Json &f : j["frames"]) frames.push_back(std::stoull(f.get<std::string>(), nullptr, 16));
+      out.rung = lib_.rung_at(frames);
+    }
   }
   std::free(line);
   std::fclose(from_child_);
@@ -222,7 +294,7 @@ ConversionOutcome ConversionChild::wait(const std::function<void(const StepResul
   drop_running(pid_);
   pid_ = -1;
   if (!error.empty()) throw ToolError(error);
-  if (!(WIFEXITED(status) && WEXITSTATUS(status) == 0)) out.died = death(status, out.steps, running);
+  if (!(WIFEXITED(status) && WEXITSTATUS(status) == 0)) out.died = death(status, out.steps, running, out.rung);
   if (WIFSIGNALED(status)) out.signal = WTERMSIG(status);
   return out;
 }

@@ -42,6 +42,7 @@ struct ConversionOutcome {
   bool ok() const;                // every step ran with status 0
   std::string died;               // why the child ended early ("" when it did not)
   int signal = 0;                 // the signal that ended it, if one did
+  std::string rung;               // the rung it was in when SIGINT or SIGTERM met it ("": none)
 };
 
 // A conversion started in a child process, so that the caller can go on
@@ -60,6 +61,7 @@ class ConversionChild {
   ConversionOutcome wait(const std::function<void(const StepResult &)> &on_step);
 
  private:
+  ConversionLibrary &lib_;
   int pid_ = -1;
   FILE *from_child_ = nullptr;
 };
