@@ -1,13 +1,19 @@
 // ladder_bench [--runs N] [--sizes 10000,100000,1000000] [--groups 1000,10000,100000] [--lib lib.so]
 //              [--only <move>]
 //
-// Every move of the ladder of record forms against one raw pass over the
+// Every move of the ladder of record forms against two references over the
 // same store. For each era (3.2, 4.1, 4.2) and size it generates a store
 // with the tool's generator, then times, each on a fresh copy and in a child
 // process of its own:
 //  - raw: straight on LMDB, one write transaction rewriting every value;
 //  - each move from that era through the library and the stand-ins:
-//    4.2->4.1, 4.2->3.2 (two passes), 4.1->3.2, 4.1->4.2, 3.2->4.2 (two).
+//    4.2->4.1, 4.2->3.2 (two passes), 4.1->3.2, 4.1->4.2, 3.2->4.2 (two);
+//  - least work, per move: straight on LMDB, one write transaction that walks
+//    the store before the move, deletes each key the moved store lacks,
+//    rewrites each value that differs and puts each key only the moved store
+//    has. The moved store is read into memory before its clock starts, and
+//    once per move the store it leaves is checked record for record against
+//    the moved store (the run stops if they differ).
 // Then, for the two trunk fix-ups (4.1->4.2 and 3.2->4.2), RW entries of
 // one target that all share one slot and source pair, against the same
 // entries spread over groups of their own.
@@ -15,7 +21,9 @@
 // pass of the same store (each run times a raw pass right before the move;
 // the median of the runs' ratios), cost per record relative to the smallest size of
 // the same move (for a one-group row: relative to its spread row), and the peak resident memory of
-// the child (wait4's ru_maxrss), with the raw pass's beside it.
+// the child (wait4's ru_maxrss), with the raw pass's beside it; then the
+// ratio to the least work (timed right after the move, to that run's moved
+// store; the median of the runs' ratios) and the least work's median seconds.
 // The library is the gate-shut build beside this program unless --lib names
 // another.
 #include <dlfcn.h>
@@ -34,6 +42,7 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "wayshunt_cnv.h"
@@ -57,7 +66,7 @@ struct Options {
   std::vector<size_t> groups{1000, 10000, 100000};
   std::string lib;
   std::string dir;
-  std::string only;  // one move (e.g. 4.1->4.2) and its raw pass, for profiling
+  std::string only;  // one move (e.g. 4.1->4.2) and its references, for profiling
 };
 
 std::vector<size_t> parse_sizes(const char *s) {
@@ -101,10 +110,18 @@ struct Env {
   MDB_env *env = nullptr;
   MDB_txn *txn = nullptr;
   MDB_dbi dbi = 0;
-  explicit Env(const std::string &file, size_t map) {
-    if (mdb_env_create(&env) || mdb_env_set_mapsize(env, map) || mdb_env_open(env, file.c_str(), MDB_NOSUBDIR, 0644) ||
-        mdb_txn_begin(env, nullptr, 0, &txn) || mdb_dbi_open(txn, nullptr, 0, &dbi))
+  // flags MDB_RDONLY | MDB_NOLOCK opens for reading alone, in a read
+  // transaction, without a lock file.
+  explicit Env(const std::string &file, size_t map, unsigned flags = 0) {
+    if (mdb_env_create(&env) || mdb_env_set_mapsize(env, map) ||
+        mdb_env_open(env, file.c_str(), MDB_NOSUBDIR | flags, 0644) ||
+        mdb_txn_begin(env, nullptr, flags & MDB_RDONLY, &txn) || mdb_dbi_open(txn, nullptr, 0, &dbi))
       die("cannot open " + file);
+  }
+  MDB_cursor *cursor() {
+    MDB_cursor *c;
+    if (mdb_cursor_open(txn, dbi, &c)) die("cursor");
+    return c;
   }
   void commit(bool close = true) {
     if (mdb_txn_commit(txn)) die("commit failed");
@@ -124,13 +141,17 @@ void write_store(const std::string &file, const wsc::Records &records) {
   e.commit();
 }
 
+// The map the store stand-in gives a store of this size (map_size_for in
+// kvs_location.cc).
+size_t map_for(const std::string &file) {
+  return std::max(size_t{1} << 30, 4 * fs::file_size(file) + (size_t{64} << 20));
+}
+
 // The raw pass: every value read and written back, one transaction, with
-// the map the store stand-in gives a store of this size (map_size_for in
-// kvs_location.cc) and LMDB's default flags, as the stand-in opens it.
+// the stand-in's map and LMDB's default flags, as the stand-in opens it.
 void raw_pass(const std::string &file) {
-  Env e(file, std::max(size_t{1} << 30, 4 * fs::file_size(file) + (size_t{64} << 20)));
-  MDB_cursor *c;
-  if (mdb_cursor_open(e.txn, e.dbi, &c)) die("cursor");
+  Env e(file, map_for(file));
+  MDB_cursor *c = e.cursor();
   std::vector<uint8_t> buf;
   MDB_val k, v;
   for (int rc = mdb_cursor_get(c, &k, &v, MDB_FIRST); rc == 0; rc = mdb_cursor_get(c, &k, &v, MDB_NEXT)) {
@@ -143,6 +164,79 @@ void raw_pass(const std::string &file) {
   // stand-in leaves a closed store's environment open (kvs_env_keep.h):
   // neither side is timed freeing LMDB's page buffers.
   e.commit(false);
+}
+
+std::string_view view(const MDB_val &v) { return {static_cast<const char *>(v.mv_data), v.mv_size}; }
+
+// Every record of a store, in the store's (LMDB's default) key order.
+using Table = std::vector<std::pair<std::string, std::string>>;
+
+Table read_store(const std::string &file) {
+  Env e(file, map_for(file), MDB_RDONLY | MDB_NOLOCK);
+  MDB_cursor *c = e.cursor();
+  Table out;
+  MDB_val k, v;
+  for (int rc = mdb_cursor_get(c, &k, &v, MDB_FIRST); rc == 0; rc = mdb_cursor_get(c, &k, &v, MDB_NEXT))
+    out.emplace_back(view(k), view(v));
+  e.commit();
+  return out;
+}
+
+// LMDB's default order of keys: bytes unsigned, a prefix first.
+int key_cmp(std::string_view a, std::string_view b) {
+  int c = std::memcmp(a.data(), b.data(), std::min(a.size(), b.size()));
+  return c ? c : (a.size() < b.size() ? -1 : a.size() > b.size());
+}
+
+// The least work that turns the store in file into result: one transaction
+// in the raw pass's setting that walks the store beside result, deletes the
+// keys result lacks and rewrites the values that differ, then puts the keys
+// only result has.
+void least_work(const std::string &file, const Table &result) {
+  Env e(file, map_for(file));
+  MDB_cursor *c = e.cursor();
+  std::vector<const Table::value_type *> added;
+  auto it = result.begin();
+  MDB_val k, v;
+  for (int rc = mdb_cursor_get(c, &k, &v, MDB_FIRST); rc == 0; rc = mdb_cursor_get(c, &k, &v, MDB_NEXT)) {
+    for (; it != result.end() && key_cmp(it->first, view(k)) < 0; ++it) added.push_back(&*it);
+    if (it == result.end() || key_cmp(it->first, view(k)) > 0) {
+      // After a delete the cursor stands on the next record, which MDB_NEXT
+      // then returns.
+      if (mdb_cursor_del(c, 0)) die("cursor del");
+      continue;
+    }
+    if (view(v) != it->second) {
+      // The key handed over is result's copy: k points into the page, which
+      // a value of another size rewrites (a delete, then an insert).
+      MDB_val nk{it->first.size(), const_cast<char *>(it->first.data())};
+      MDB_val nv{it->second.size(), const_cast<char *>(it->second.data())};
+      if (mdb_cursor_put(c, &nk, &nv, MDB_CURRENT)) die("cursor put");
+    }
+    ++it;
+  }
+  for (; it != result.end(); ++it) added.push_back(&*it);
+  for (const auto *r : added) {
+    MDB_val nk{r->first.size(), const_cast<char *>(r->first.data())};
+    MDB_val nv{r->second.size(), const_cast<char *>(r->second.data())};
+    if (mdb_put(e.txn, e.dbi, &nk, &nv, 0)) die("put");
+  }
+  // Left open at the child's exit, as the raw pass leaves it.
+  e.commit(false);
+}
+
+// Whether two stores hold the same records, walked side by side.
+bool same_store(const std::string &a, const std::string &b) {
+  Env ea(a, map_for(a), MDB_RDONLY | MDB_NOLOCK), eb(b, map_for(b), MDB_RDONLY | MDB_NOLOCK);
+  MDB_cursor *ca = ea.cursor(), *cb = eb.cursor();
+  MDB_val ka, va, kb, vb;
+  int ra = mdb_cursor_get(ca, &ka, &va, MDB_FIRST), rb = mdb_cursor_get(cb, &kb, &vb, MDB_FIRST);
+  for (; ra == 0 && rb == 0; ra = mdb_cursor_get(ca, &ka, &va, MDB_NEXT), rb = mdb_cursor_get(cb, &kb, &vb, MDB_NEXT))
+    if (view(ka) != view(kb) || view(va) != view(vb)) break;
+  bool same = ra == MDB_NOTFOUND && rb == MDB_NOTFOUND;
+  ea.commit();
+  eb.commit();
+  return same;
 }
 
 // ---- generated stores ----
@@ -217,10 +311,10 @@ struct Sample {
   long rss_kb;
 };
 
-// Runs body in a child on a fresh copy of master at work; the child times
-// body itself and hands the seconds back through a pipe.
-template <typename Body>
-Sample measure(const std::string &master, const std::string &work, Body body) {
+// Runs body(prep()) in a child on a fresh copy of master at work; the child
+// times body alone and hands the seconds back through a pipe.
+template <typename Prep, typename Body>
+Sample measure(const std::string &master, const std::string &work, Prep prep, Body body) {
   fs::remove(work + "-lock");
   fs::copy_file(master, work, fs::copy_options::overwrite_existing);
   int fd[2];
@@ -228,8 +322,9 @@ Sample measure(const std::string &master, const std::string &work, Body body) {
   pid_t pid = fork();
   if (pid == 0) {
     close(fd[0]);
+    auto in = prep();
     auto t0 = Clock::now();
-    int rc = body();
+    int rc = body(in);
     double s = std::chrono::duration<double>(Clock::now() - t0).count();
     if (write(fd[1], &s, sizeof s) != sizeof s) _exit(2);
     _exit(rc == 0 ? 0 : 3);
@@ -247,6 +342,11 @@ Sample measure(const std::string &master, const std::string &work, Body body) {
   return out;
 }
 
+template <typename Body>
+Sample measure(const std::string &master, const std::string &work, Body body) {
+  return measure(master, work, [] { return 0; }, [&](int) { return body(); });
+}
+
 Sample median(std::vector<Sample> all) {
   std::sort(all.begin(), all.end(), [](const Sample &a, const Sample &b) { return a.seconds < b.seconds; });
   Sample m = all[all.size() / 2];
@@ -254,28 +354,42 @@ Sample median(std::vector<Sample> all) {
   return m;
 }
 
-// A move timed against the raw pass: each run times a raw pass right before
-// the move, so that both meet the same load of a shared machine, and the
-// ratio is the median of the runs' ratios.
+double median(std::vector<double> all) {
+  std::sort(all.begin(), all.end());
+  return all[all.size() / 2];
+}
+
+// A move timed against both references: each run times a raw pass right
+// before the move and the least work to the store that move left right
+// after it, so that all three meet the same load of a shared machine; each
+// ratio is the median of the runs' ratios. The moved store waits beside
+// work for the least work to read, and is removed after it.
 struct Paired {
-  Sample move, raw;
-  double ratio;
+  Sample move, raw, least;
+  double ratio, least_ratio;
 };
 
 template <typename Body>
 Paired paired(int runs, const std::string &master, const std::string &work, Body body,
               std::vector<Sample> &raws) {
-  std::vector<Sample> moves;
-  std::vector<double> ratios;
+  const std::string result = work + ".moved";
+  std::vector<Sample> moves, leasts;
+  std::vector<double> ratios, least_ratios;
   for (int i = 0; i < runs; i++) {
     Sample r = measure(master, work, [&] { return raw_pass(work), 0; });
     Sample m = measure(master, work, body);
+    fs::rename(work, result);
+    Sample l = measure(master, work, [&] { return read_store(result); },
+                       [&](const Table &t) { return least_work(work, t), 0; });
+    if (i == 0 && !same_store(work, result)) die("the least work did not leave the moved store");
+    fs::remove(result);
     raws.push_back(r);
     moves.push_back(m);
+    leasts.push_back(l);
     ratios.push_back(m.seconds / r.seconds);
+    least_ratios.push_back(m.seconds / l.seconds);
   }
-  std::sort(ratios.begin(), ratios.end());
-  return {median(moves), median(raws), ratios[ratios.size() / 2]};
+  return {median(moves), median(raws), median(leasts), median(ratios), median(least_ratios)};
 }
 
 struct Move {
@@ -299,13 +413,18 @@ int run_move(const Library &lib, const Move &m, const std::string &dir) {
 }
 
 void header(const char *title) {
-  std::printf("\n%s\n%-9s %9s %8s %11s %7s %9s %8s %8s\n", title, "move", "records", "seconds", "records/s",
-              "x raw", "cost/rec", "rss MB", "raw MB");
+  std::printf("\n%s\n%-9s %9s %8s %11s %7s %9s %8s %8s %7s %8s\n", title, "move", "records", "seconds",
+              "records/s", "x raw", "cost/rec", "rss MB", "raw MB", "x least", "least s");
 }
 
-void row(const char *name, size_t n, const Sample &s, const Sample &raw, double ratio, double rel) {
-  std::printf("%-9s %9zu %8.3f %11.0f %7.2f %9.2f %8.1f %8.1f\n", name, n, s.seconds, n / s.seconds, ratio, rel,
+// One line of a table; p, the move's pairing, gives the least-work columns
+// (dashes on the raw pass's own line, which has none).
+void row(const char *name, size_t n, const Sample &s, const Sample &raw, double ratio, double rel,
+         const Paired *p = nullptr) {
+  std::printf("%-9s %9zu %8.3f %11.0f %7.2f %9.2f %8.1f %8.1f", name, n, s.seconds, n / s.seconds, ratio, rel,
               s.rss_kb / 1024.0, raw.rss_kb / 1024.0);
+  if (p) std::printf(" %7.2f %8.3f\n", p->least_ratio, p->least.seconds);
+  else std::printf(" %7s %8s\n", "-", "-");
   std::fflush(stdout);
 }
 
@@ -368,7 +487,7 @@ int main(int argc, char **argv) {
       for (const auto &[m, p] : done) {
         auto &c = cost[m->name];
         c[n] = p.move.seconds / n;
-        row(m->name, n, p.move, p.raw, p.ratio, c[n] / c.begin()->second);
+        row(m->name, n, p.move, p.raw, p.ratio, c[n] / c.begin()->second, &p);
       }
     }
   }
@@ -381,11 +500,11 @@ int main(int argc, char **argv) {
       std::vector<Sample> raws;
       make_master(master, [&] { return rw_entries(m.from, n, true); });
       Paired spread = paired(o.runs, master, work, [&] { return run_move(lib, m, dir); }, raws);
-      row("spread", n, spread.move, spread.raw, spread.ratio, 1.0);
+      row("spread", n, spread.move, spread.raw, spread.ratio, 1.0, &spread);
       raws.clear();
       make_master(master, [&] { return rw_entries(m.from, n, false); });
       Paired p = paired(o.runs, master, work, [&] { return run_move(lib, m, dir); }, raws);
-      row(m.name, n, p.move, p.raw, p.ratio, p.move.seconds / spread.move.seconds);
+      row(m.name, n, p.move, p.raw, p.ratio, p.move.seconds / spread.move.seconds, &p);
     }
   }
   if (o.dir.empty()) fs::remove_all(dir);
