@@ -1,7 +1,13 @@
 // Failure paths of the conversions, one row each: the store before, the
-// fault, the status and the store after (or "as without the fault"), and a
-// trace the trace build must write. Leaks show in the sanitized build, which
-// checks after every row.
+// fault (a platform call, or the library's n-th allocation), the status and
+// the store after (or "as without the fault"), and a trace the trace build
+// must write. Leaks show in the sanitized build, which checks after every
+// row.
+//
+// The library allocates through wayshunt_cnv_malloc, which it calls through
+// its procedure linkage table like any exported function: the definition in
+// this program (exported with --export-dynamic-symbol) is the one it meets,
+// and fails the armed call.
 #include <optional>
 
 #include "cnv_env.h"
@@ -17,6 +23,18 @@
 #endif
 
 using namespace cnv;
+
+namespace {
+
+unsigned g_alloc_calls = 0, g_alloc_fails_at = 0;  // 0: none fails
+
+}  // namespace
+
+extern "C" void *wayshunt_cnv_malloc(uint32 size) {
+  static auto *own = Env::get().fn<void *(uint32)>("wayshunt_cnv_malloc");  // the library's own
+  if (g_alloc_fails_at && ++g_alloc_calls == g_alloc_fails_at) return nullptr;
+  return own(size);
+}
 
 namespace {
 
@@ -52,6 +70,7 @@ struct Row {
   retcode_t status;
   std::optional<Records> after;  // none: as the same step leaves it without the fault
   const char *trace;             // a record the trace build writes, "" for none
+  unsigned fail_alloc = 0;       // the library's allocation that fails (1: the first), 0 for none
 };
 
 const Row kRows[] = {
@@ -70,11 +89,17 @@ const Row kRows[] = {
      Records{{kLongLc, "a"}, {rwkey(1), "d"}}, ""},
     {"downgrade 3.2: long keys deleted like short ones", kDown32, {{kLongLc, "a"}, {kLongLc + "x", "b"}}, "", 0,
      Records{}, ""},
-    {"upgrade 3.2: a type 55 key longer than 10 bytes takes no part", kUp32,
-     {{rwkey(1) + "xy", rw('\xa1', ISL, 84)}}, "", 0, Records{{rwkey(1) + "xy", rw('\xa1', ISL, 84)}}, ""},
-    {"upgrade 4.1.3: a type 55 key longer than 10 bytes takes no part", kUp413,
-     {{rwkey(1) + "xy", rw('\xa1', PH | WAYSHUNT_ACL_FLAG_VIRTUAL, 82)}}, "", 0,
-     Records{{rwkey(1) + "xy", rw('\xa1', PH | WAYSHUNT_ACL_FLAG_VIRTUAL, 82, 2)}}, ""},
+    // Without memory for its node an entry takes no part in the fix-up; one
+    // whose head finds no room in the driver's list still goes in, traced.
+    {"upgrade 3.2: no memory for a node", kUp32, {{rwkey(1), rw('\xa1', ISL, 84)}}, "", 0,
+     Records{{rwkey(1), rw('\xa1', ISL, 84)}}, "", 1},
+    {"upgrade 3.2: no memory to list a head", kUp32, {{rwkey(1), rw('\xa1', ISL, 84)}, {rwkey(2), rw('\xa2', ISL, 84)}},
+     "", 0, std::nullopt, "wayshunt_cnv_upgrade_from_32_fix_trunk_entries_build_tgt_ht():N Inserted new entry\n", 2},
+    {"upgrade 4.1.3: no memory for a node", kUp413, {{rwkey(1), rw('\xa1', PH | WAYSHUNT_ACL_FLAG_VIRTUAL, 82)}}, "", 0,
+     Records{{rwkey(1), rw('\xa1', PH | WAYSHUNT_ACL_FLAG_VIRTUAL, 82, 2)}}, "", 1},
+    {"upgrade 4.1.3: no memory to list a head", kUp413,
+     {{rwkey(1), rw('\xa1', PH | WAYSHUNT_ACL_FLAG_VIRTUAL, 82)}, {rwkey(2), rw('\xa2', PH, 82)}}, "", 0, std::nullopt,
+     "wayshunt_cnv413_upg_add_entry_to_tgt_hash():N Inserted new entry\n", 2},
     {"upgrade 4.1.3: a refused insert still traces the new chain", kUp413, {{rwkey(1), rw('\xa1', PH, 82)}},
      "tk_hashtable_64_insert:1", 0, std::nullopt,
      "wayshunt_cnv413_upg_add_entry_to_tgt_hash():N Inserted new entry\n"},
@@ -88,7 +113,7 @@ const char *kSteps[] = {"wayshunt_cnv_config_downgrade_to_413_or_lower", "wayshu
 
 // Runs the step on a fresh store holding before, with the faults; gives the
 // status, the store after and the log.
-retcode_t run(const Row &r, const char *faults, Records *after, std::string *log) {
+retcode_t run(const Row &r, const char *faults, unsigned fail_alloc, Records *after, std::string *log) {
   make_store(r.before);
   auto step = Env::get().fn<retcode_t(const char *)>(kSteps[r.step]);
   EXPECT_TRUE(step) << kSteps[r.step];
@@ -97,7 +122,9 @@ retcode_t run(const Row &r, const char *faults, Records *after, std::string *log
   {
     testsupport::FaultScope scope;
     if (*faults) scope.add(faults);
+    g_alloc_calls = 0, g_alloc_fails_at = fail_alloc;
     st = step(runtime_url().c_str());
+    g_alloc_fails_at = 0;
   }
   *after = read_store();
   Env::get().fn<void()>("wayshunt_cnv_log_cleanup")();
@@ -116,9 +143,12 @@ TEST(FaultPaths, StoreStatusTraceAndNoLeak) {
     if (r.after) {
       want = *r.after;
     } else {
-      EXPECT_EQ(run(r, "", &want, &unused), 0u);
+      EXPECT_EQ(run(r, "", 0, &want, &unused), 0u);
     }
-    EXPECT_EQ(run(r, r.faults, &after, &log), r.status);
+    EXPECT_EQ(run(r, r.faults, r.fail_alloc, &after, &log), r.status);
+    if (r.fail_alloc) {
+      EXPECT_GE(g_alloc_calls, r.fail_alloc) << "the allocation to fail never came";
+    }
     EXPECT_EQ(after, want);
     if (Env::get().gate_open && *r.trace) {
       EXPECT_NE(log.find(r.trace), std::string::npos) << log;

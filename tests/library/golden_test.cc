@@ -64,6 +64,13 @@ Records rules_41() {  // each flag rule alone, and groups told apart by src_did 
           {rec::rw_key(55, 8), rec::rw_value({0xee, ISL | P, 1, 3, 0, 0, kFc31})},
           {rec::rw_key(55, 9), rec::rw_value({0xee, ISL | P | V, 1, 3, 0, 0, kFc31})}};
 }
+// RW keys of type 55 off their 10-byte layout, with ISL: an 11-byte key is
+// read through the layout and takes part (its entry is saved under the
+// 10-byte key of its hash bytes, beside it); a 9-byte key stays out.
+Records off_layout(size_t size, uint32_t flags) {
+  return {{rec::rw_key(55, 1) + "x", rec::rw_value({0xab, flags, 1, 2, 0, 0, kFc31}, size)},
+          {rec::rw_key(55, 2).substr(0, 9), rec::rw_value({0xab, flags, 1, 2, 0, 0, kFc31}, size)}};
+}
 Records small_42() {  // a wide flow-thru key, a line card record, an RW entry
   return {{rec::ft_key(true, 0x13, 0xcc, 2, 5), Bytes(4, '\0')},
           {Bytes{63, 1}, Bytes("lc")},
@@ -97,6 +104,8 @@ std::vector<Case> cases() {
   c.push_back({"up-32-42", "3.2(1)", "4.2(1)", 0, small_32()});
   c.push_back({"up-41-42", "4.1(3)", "4.2(1)", 0, small_41()});
   c.push_back({"up-41-42-rules", "4.1(3)", "4.2(1)", 0, rules_41(), "", {}, false});
+  c.push_back({"up-32-42-off-layout-keys", "3.2(1)", "4.2(1)", 0, off_layout(84, ISL | V)});
+  c.push_back({"up-41-42-off-layout-keys", "4.1(3)", "4.2(1)", 0, off_layout(82, ISL | P | V)});
   // Slot 255 (fc9/1 in the table) ends the 3.2 fix-up before the entry after it.
   c.push_back({"up-32-42-slot-255", "3.2(1)", "4.2(1)", 0,
                {{rec::rw_key(55, 1), rec::rw_value({0xaa, ISL | V, 1, 2, 0, 0, IF_INDEX_FC(9, 1)}, 84)},

@@ -16,7 +16,7 @@ char *wayshunt_cnv_uri_complete(char *path, char *kvs_name) {
 }
 
 retcode_t wayshunt_cnv_handle_downgrade_for_runtime_kvs(char *path) {
-  static char kvs_name[] = WAYSHUNT_CNV_RUNTIME_KVS;
+  char kvs_name[] = WAYSHUNT_CNV_RUNTIME_KVS;
   const char *kvs_url;
   retcode_t rc;
   WAYSHUNT_CNV_TRACE("%s():%d from %u.%u to %u.%u\n", from_major, from_minor, to_major, to_minor);
@@ -47,7 +47,7 @@ retcode_t wayshunt_cnv_handle_downgrade_for_runtime_kvs(char *path) {
 }
 
 extern "C" retcode_t wayshunt_cnv_handle_upgrade_for_runtime_kvs(char *path) {
-  static char kvs_name[] = WAYSHUNT_CNV_RUNTIME_KVS;
+  char kvs_name[] = WAYSHUNT_CNV_RUNTIME_KVS;
   retcode_t rc = 0;
   WAYSHUNT_CNV_TRACE("%s():%d from %u.%u to %u.%u\n", from_major, from_minor, to_major, to_minor);
   const char *kvs_url = wayshunt_cnv_uri_complete(path, kvs_name);

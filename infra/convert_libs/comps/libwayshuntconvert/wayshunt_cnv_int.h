@@ -28,6 +28,11 @@ WAYSHUNT_CNV_EXPORT void wayshunt_cnv_log_write(const char *format, ...) __attri
 /* ---- store URL ---- */
 WAYSHUNT_CNV_PRIVATE char *wayshunt_cnv_uri_complete(char *path, char *kvs_name);
 
+/* ---- releases ---- */
+/* wayshunt_cnv_read_versions, telling as well in *resolved_p whether both
+ * releases were found (the entry points report when they were not). */
+WAYSHUNT_CNV_EXPORT wayshunt_bool_t wayshunt_cnv_read_releases(wayshunt_bool_t *resolved_p);
+
 /* ---- store helpers ---- */
 WAYSHUNT_CNV_EXPORT void *wayshunt_cnv_malloc(uint32 size);
 /* Keys up to this size are copied on the stack before a delete, longer ones
@@ -45,12 +50,23 @@ WAYSHUNT_CNV_EXPORT uint32 wayshunt_cnv_fcid_value(fcid_t fcid);
 WAYSHUNT_CNV_EXPORT void wayshunt_cnv_free_queued_keys(tk_cqueue_t *q, tk_err_t rc);
 
 /* ---- the chains of a target table (wayshunt_cnv_tgt_chains.cc) ---- */
-/* Puts node_p (either era's node, nxt_p first) into the chain of tgt_pwwn;
- * func names the step in the traces. */
+/* The heads of a table's chains, listed by the table's owner, a conversion's
+ * driver, in a local of its own for the length of its call, so that its
+ * release frees every chain even when a table walk is cut short. Starts
+ * zeroed; the release frees the list. */
+typedef struct wayshunt_cnv_tgt_heads_ {
+  void **head;
+  uint32 n, cap;
+} wayshunt_cnv_tgt_heads_t;
+/* Puts node_p (either era's node, nxt_p first) into the chain of tgt_pwwn
+ * and lists a new chain's head in heads_p, unless heads_p is null; func
+ * names the step in the traces. */
 WAYSHUNT_CNV_EXPORT void wayshunt_cnv_tgt_chain_insert(tk_hashtable_64_t *ht, uint64 tgt_pwwn, void *node_p,
-                                                       const char *func);
-/* Frees every chain of ht, the table itself staying for its destroy. */
-WAYSHUNT_CNV_EXPORT void wayshunt_cnv_release_tgt_chains(tk_hashtable_64_t *ht);
+                                                       wayshunt_cnv_tgt_heads_t *heads_p, const char *func);
+/* Frees every chain of ht, the table itself staying for its destroy: the
+ * chains the table walk reaches, and with heads_p those of its list too. */
+WAYSHUNT_CNV_EXPORT void wayshunt_cnv_release_tgt_chains(tk_hashtable_64_t *ht,
+                                                         wayshunt_cnv_tgt_heads_t *heads_p);
 
 /* ---- downgrade to 4.1.3 or lower ---- */
 WAYSHUNT_CNV_EXPORT wayshunt_bool_t wayshunt_cnv_queue_narrowed_key(const kvs_datum_t *pkey, tk_cqueue_t *q);

@@ -25,10 +25,11 @@ retcode_t convert_startup(char *path, char *pkg_name, char *to_pkg_version, char
   WAYSHUNT_CNV_TRACE("%s():%d wayshunt convert_startup invoked\n");
   WAYSHUNT_CNV_TRACE("%s():%d pkg_name: %s, path = %s, to = %s, from = %s\n", pkg_name, path, to_pkg_version,
                      from_pkg_version);
-  wayshunt_cnv_read_versions();
+  wayshunt_bool_t resolved;
+  wayshunt_cnv_read_releases(&resolved);
   // Without both releases nothing is decided: the caller gets a status of
   // its own, and no error record is added to the nine the log knows.
-  if (!wayshunt_cnv_versions_resolved()) {
+  if (!resolved) {
     rc = WAYSHUNT_CNV_ERR_VERSION;
   } else {
     rc = wayshunt_handle_downgrade(path);
@@ -44,8 +45,9 @@ retcode_t convert_gsync(char *path, char *pkg_name, char *to_pkg_version, char *
   WAYSHUNT_CNV_TRACE("%s():%d wayshunt convert_gsync invoked\n");
   WAYSHUNT_CNV_TRACE("%s():%d pkg_name: %s, path = %s, to = %s, from = %s\n", pkg_name, path, to_pkg_version,
                      from_pkg_version);
-  wayshunt_cnv_read_versions();
-  if (!wayshunt_cnv_versions_resolved())
+  wayshunt_bool_t resolved;
+  wayshunt_cnv_read_releases(&resolved);
+  if (!resolved)
     rc = WAYSHUNT_CNV_ERR_VERSION;  // nothing converted, the caller told (see convert_startup)
   else if (wayshunt_cnv_is_downgrade())
     rc = wayshunt_cnv_handle_downgrade_for_runtime_kvs(path);
@@ -56,7 +58,7 @@ retcode_t convert_gsync(char *path, char *pkg_name, char *to_pkg_version, char *
 }
 
 retcode_t convert_running_fs_upg(char *path, char *pkg_name) {
-  static char fs_upg[] = "fs_upg";
+  char fs_upg[] = "fs_upg";
   wayshunt_cnv_log_init(0);
   WAYSHUNT_CNV_TRACE("%s():%d convert_running_fs_upg invoked\n");
   WAYSHUNT_CNV_TRACE("%s():%d pkg_name: %s, path = %s\n", pkg_name, path);

@@ -21,9 +21,12 @@ slot_num_t wayshunt_cnv_get_slot_no_from_if_index(if_index_t if_index) {
   return slot_num;
 }
 
-void wayshunt_cnv_upg_from_413_or_lower_process_acl_rw_entry(kvs_service_t service, const kvs_datum_t *kvs_key_p,
-                                                             const kvs_datum_t *kvs_data_p,
-                                                             tk_hashtable_64_t *tgt_ht_p) {
+// The name the repair's traces carry, also when its driver runs it.
+#define REPAIR_STEP "wayshunt_cnv_upg_from_413_or_lower_process_acl_rw_entry"
+
+void wayshunt_cnv_413_repair_acl_rw_entry_listed(kvs_service_t service, const kvs_datum_t *kvs_key_p,
+                                                 const kvs_datum_t *kvs_data_p, tk_hashtable_64_t *tgt_ht_p,
+                                                 wayshunt_cnv_tgt_heads_t *heads_p) {
   wayshunt_kvs_data_rw_acl_entry_t new_acl_rw_data;
   wayshunt_kvs_key_rw_acl_entry_t acl_key;
   kvs_datum_t kvs_data;
@@ -37,44 +40,51 @@ void wayshunt_cnv_upg_from_413_or_lower_process_acl_rw_entry(kvs_service_t servi
   key_type = ((const uchar *)kvs_key_p->ptr)[0];
   // The first 82 bytes: an 84-byte value of 3.2 loses its last two here.
   memcpy(&new_acl_rw_data, kvs_data_p->ptr, sizeof new_acl_rw_data);
-  WAYSHUNT_CNV_TRACE("%s():%d ACL Entry Before Processing - key_type: %u\n", key_type);
-  WAYSHUNT_CNV_TRACE_RW_ENTRY(&new_acl_rw_data);
+  WAYSHUNT_CNV_TRACE_AS(REPAIR_STEP, "%s():%d ACL Entry Before Processing - key_type: %u\n", key_type);
+  WAYSHUNT_CNV_TRACE_RW_ENTRY_AS(REPAIR_STEP, &new_acl_rw_data);
   new_acl_rw_data.slot_num = wayshunt_cnv_get_slot_no_from_if_index(new_acl_rw_data.if_index);
-  WAYSHUNT_CNV_TRACE("%s():%d new slot num: %u\n", new_acl_rw_data.slot_num);
+  WAYSHUNT_CNV_TRACE_AS(REPAIR_STEP, "%s():%d new slot num: %u\n", new_acl_rw_data.slot_num);
 
   if (key_type == WAYSHUNT_KVS_KEY_ACL_RW_1 && (new_acl_rw_data.acl_flags & WAYSHUNT_ACL_FLAG_VIRTUAL) &&
       (new_acl_rw_data.acl_flags & WAYSHUNT_ACL_FLAG_PGM_PENDING)) {
     new_acl_rw_data.acl_flags &= ~(WAYSHUNT_ACL_FLAG_PGM_PENDING | WAYSHUNT_ACL_FLAG_PGM_BUSY | WAYSHUNT_ACL_FLAG_FO);
-    WAYSHUNT_CNV_TRACE("%s():%d Set PgmDone\n");
+    WAYSHUNT_CNV_TRACE_AS(REPAIR_STEP, "%s():%d Set PgmDone\n");
   }
   if ((new_acl_rw_data.acl_flags & WAYSHUNT_ACL_FLAG_DROP_ALL) && new_acl_rw_data.dst_sid_wwn.num != 0) {
     new_acl_rw_data.acl_flags &= ~WAYSHUNT_ACL_FLAG_DROP_ALL;
-    WAYSHUNT_CNV_TRACE("%s():%d reset DROP ALL");
+    WAYSHUNT_CNV_TRACE_AS(REPAIR_STEP, "%s():%d reset DROP ALL");
   }
   if ((new_acl_rw_data.acl_flags & WAYSHUNT_ACL_FLAG_PGM_BUSY) && (new_acl_rw_data.acl_flags & WAYSHUNT_ACL_FLAG_FO)) {
     new_acl_rw_data.acl_flags &= ~WAYSHUNT_ACL_FLAG_FO;
-    WAYSHUNT_CNV_TRACE("%s():%d reset FO\n");
+    WAYSHUNT_CNV_TRACE_AS(REPAIR_STEP, "%s():%d reset FO\n");
   }
   if ((new_acl_rw_data.acl_flags & WAYSHUNT_ACL_FLAG_VW) &&
       (new_acl_rw_data.acl_flags & (WAYSHUNT_ACL_FLAG_VIRTUAL | WAYSHUNT_ACL_FLAG_PGM_BUSY))) {
     new_acl_rw_data.acl_flags &= ~WAYSHUNT_ACL_FLAG_VW;
-    WAYSHUNT_CNV_TRACE("%s():%d reset VW\n");
+    WAYSHUNT_CNV_TRACE_AS(REPAIR_STEP, "%s():%d reset VW\n");
   }
 
-  WAYSHUNT_CNV_TRACE("%s():%d ACL Entry - After Processing\n");
-  WAYSHUNT_CNV_TRACE_RW_ENTRY(&new_acl_rw_data);
+  WAYSHUNT_CNV_TRACE_AS(REPAIR_STEP, "%s():%d ACL Entry - After Processing\n");
+  WAYSHUNT_CNV_TRACE_RW_ENTRY_AS(REPAIR_STEP, &new_acl_rw_data);
   kvs_data.ptr = &new_acl_rw_data;
   kvs_data.siz = sizeof new_acl_rw_data;
   rc = kvs_store(service, KVS_STORE_REPLACE, kvs_key_p, &kvs_data);
-  if (rc != 0) WAYSHUNT_CNV_TRACE("%s():%d KVS Store Failed: %s 0x%x\n", retcode2str(rc), rc);
+  if (rc != 0) WAYSHUNT_CNV_TRACE_AS(REPAIR_STEP, "%s():%d KVS Store Failed: %s 0x%x\n", retcode2str(rc), rc);
 
-  // The fix-up writes an entry back under a 10-byte key built from bytes 2
-  // to 9 of this one. A key of another size would not be this record's, so
-  // such an entry stays as stored above and takes no part in the fix-up;
-  // the build of the 3.2 pass holds to the same rule.
-  if ((new_acl_rw_data.acl_flags & WAYSHUNT_ACL_FLAG_PHYSICAL) && kvs_key_p->siz == sizeof acl_key) {
+  // The table takes the key's bytes 2 to 9 through its 10-byte layout. A
+  // longer key is read through it too, and the fix-up then saves under the
+  // 10-byte key built from those bytes, beside the longer record. A shorter
+  // key does not hold them: its entry stays as stored above and takes no
+  // part in the fix-up. The build of the 3.2 pass holds to the same rule.
+  if ((new_acl_rw_data.acl_flags & WAYSHUNT_ACL_FLAG_PHYSICAL) && kvs_key_p->siz >= sizeof acl_key) {
     memcpy(&acl_key, kvs_key_p->ptr, sizeof acl_key);
-    wayshunt_cnv413_upg_add_entry_to_tgt_hash(tgt_ht_p, &acl_key, &new_acl_rw_data);
+    wayshunt_cnv413_add_entry_listed(tgt_ht_p, &acl_key, &new_acl_rw_data, heads_p);
   }
+}
+
+void wayshunt_cnv_upg_from_413_or_lower_process_acl_rw_entry(kvs_service_t service, const kvs_datum_t *kvs_key_p,
+                                                             const kvs_datum_t *kvs_data_p,
+                                                             tk_hashtable_64_t *tgt_ht_p) {
+  wayshunt_cnv_413_repair_acl_rw_entry_listed(service, kvs_key_p, kvs_data_p, tgt_ht_p, NULL);
 }
 }

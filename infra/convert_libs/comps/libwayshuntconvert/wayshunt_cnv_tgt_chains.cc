@@ -1,8 +1,12 @@
-// The chains of a target table, as both upgrade paths keep them: every head
-// that goes into a table is listed here as well, so that the release frees
-// every chain even when its table walk is cut short by a failing status.
+// The chains of a target table, as both upgrade paths keep them. A
+// conversion's driver, which owns its table for one call, also lists the head
+// of every chain it puts in (wayshunt_cnv_tgt_heads_t, a local of the
+// driver), so that its release frees every chain even when its table walk is
+// cut short by a failing status. A step called on its own lists nothing: its
+// release is the table walk alone, and nothing outlives the call.
 // The nodes of both eras begin with nxt_p, which is all this file reads.
 #include <stdlib.h>
+#include <string.h>
 
 #include "wayshunt_cnv_log.h"
 
@@ -12,24 +16,6 @@ struct Link {
   Link *nxt_p;
 };
 
-// The heads listed for one table, in the order they went in.
-struct Listed {
-  const tk_hashtable_64_t *ht;
-  Link **head;
-  uint32 n, cap;
-  Listed *next;
-};
-
-// The tables being built now: one per conversion, more only when steps are
-// called by themselves. Each leaves the list at its release.
-Listed *tables = NULL;
-
-WAYSHUNT_CNV_INLINE Listed **find(const tk_hashtable_64_t *ht) {
-  Listed **l = &tables;
-  while (*l != NULL && (*l)->ht != ht) l = &(*l)->next;
-  return l;
-}
-
 WAYSHUNT_CNV_INLINE void free_chain(Link *p) {
   while (p != NULL) {
     Link *nxt_p = p->nxt_p;
@@ -38,45 +24,46 @@ WAYSHUNT_CNV_INLINE void free_chain(Link *p) {
   }
 }
 
+// Lists head_p in heads_p: 0, or -1 when there is no memory for the list.
+WAYSHUNT_CNV_INLINE int list_head(wayshunt_cnv_tgt_heads_t *heads_p, void *head_p) {
+  if (heads_p->n == heads_p->cap) {
+    uint32 cap = heads_p->cap ? 2 * heads_p->cap : 64;
+    void **head = (void **)wayshunt_cnv_malloc(cap * (uint32)sizeof *head);
+    if (head == NULL) return -1;
+    if (heads_p->n) memcpy(head, heads_p->head, heads_p->n * sizeof *head);
+    free(heads_p->head);
+    heads_p->head = head;
+    heads_p->cap = cap;
+  }
+  heads_p->head[heads_p->n++] = head_p;
+  return 0;
+}
+
 }  // namespace
 
 extern "C" {
 
-// Room to list one more head for ht: 0, or -1 when there is no memory.
-WAYSHUNT_CNV_INLINE int reserve(const tk_hashtable_64_t *ht) {
-  Listed **l = find(ht);
-  if (*l == NULL) {
-    *l = (Listed *)wayshunt_cnv_malloc(sizeof **l);
-    if (*l == NULL) return -1;
-    (*l)->ht = ht;
-  }
-  Listed *t = *l;
-  if (t->n < t->cap) return 0;
-  uint32 cap = t->cap ? 2 * t->cap : 64;
-  Link **head = (Link **)realloc(t->head, cap * sizeof *head);
-  if (head == NULL) return -1;
-  t->head = head;
-  t->cap = cap;
-  return 0;
-}
-
 // The node goes right behind the head of its target's chain, or becomes the
-// head of a new chain. Its traces carry the name of the caller, func, whose
-// step this is. The trace of a new chain is written whatever the table's
-// insert returns, as the build of both paths always did; a node the table
-// refused, or that could not be listed for want of memory, is freed here,
-// and its entry takes no part in the fix-up.
-void wayshunt_cnv_tgt_chain_insert(tk_hashtable_64_t *ht, uint64 tgt_pwwn, void *node_p, const char *func) {
+// head of a new chain: the table's insert is called and its trace written
+// whatever the insert returns. A node the table refused is in no chain and
+// no walk could reach it, so it is freed here, and its entry takes no part
+// in the fix-up. A head that finds no memory in the owner's list stays in
+// the table all the same; only a release walk cut short as well could then
+// miss its chain.
+void wayshunt_cnv_tgt_chain_insert(tk_hashtable_64_t *ht, uint64 tgt_pwwn, void *node_p,
+                                   wayshunt_cnv_tgt_heads_t *heads_p, const char *func) {
   void *prev_p = NULL;
   if (tk_hashtable_64_find(ht, tgt_pwwn, &prev_p) == 0) {
+    // An item with no chain behind it (a table its caller filled) has no
+    // head to link behind: the node takes no part and is freed.
+    if (prev_p == NULL) {
+      free(node_p);
+      return;
+    }
     Link *head_p = (Link *)prev_p;
     ((Link *)node_p)->nxt_p = head_p->nxt_p;
     head_p->nxt_p = (Link *)node_p;
     WAYSHUNT_CNV_TRACE_AS(func, "%s():%d Inserted after head\n");
-    return;
-  }
-  if (reserve(ht) != 0) {
-    free(node_p);
     return;
   }
   tk_err_t rc = tk_hashtable_64_insert(ht, tgt_pwwn, node_p);
@@ -85,32 +72,34 @@ void wayshunt_cnv_tgt_chain_insert(tk_hashtable_64_t *ht, uint64 tgt_pwwn, void 
     free(node_p);
     return;
   }
-  Listed *t = *find(ht);
-  t->head[t->n++] = (Link *)node_p;
+  if (heads_p != NULL) (void)list_head(heads_p, node_p);
 }
 
-// The walk frees each chain it reaches but its head, which it links to
-// itself; the list then frees those heads, and whole the chains the walk
-// did not reach.
-void wayshunt_cnv_release_tgt_chains(tk_hashtable_64_t *ht) {
+// The walk frees each chain it reaches; an item with no chain behind it is
+// passed over. With a list of heads the walk leaves each head it reaches
+// linked to itself, and the list then frees those heads, and whole the
+// chains the walk did not reach; the list itself goes too.
+void wayshunt_cnv_release_tgt_chains(tk_hashtable_64_t *ht, wayshunt_cnv_tgt_heads_t *heads_p) {
   uint64 key = 0;
   void *data_p = NULL;
   tk_err_t rc = tk_hashtable_64_get_first(ht, &key, &data_p);
   while (rc == 0) {
     Link *head_p = (Link *)data_p;
-    free_chain(head_p->nxt_p);
-    head_p->nxt_p = head_p;
+    if (head_p != NULL && heads_p != NULL) {
+      free_chain(head_p->nxt_p);
+      head_p->nxt_p = head_p;
+    } else {
+      free_chain(head_p);
+    }
     rc = tk_hashtable_64_traverse(ht, key, &key, &data_p);
   }
-  Listed **l = find(ht), *t = *l;
-  if (t == NULL) return;
-  for (uint32 i = 0; i < t->n; i++) {
-    Link *head_p = t->head[i];
+  if (heads_p == NULL) return;
+  for (uint32 i = 0; i < heads_p->n; i++) {
+    Link *head_p = (Link *)heads_p->head[i];
     if (head_p->nxt_p == head_p) head_p->nxt_p = NULL;
     free_chain(head_p);
   }
-  *l = t->next;
-  free(t->head);
-  free(t);
+  free(heads_p->head);
+  memset(heads_p, 0, sizeof *heads_p);
 }
 }

@@ -22,7 +22,11 @@ static_assert(offsetof(wayshunt_cnv_32_acl_rw_node_t, nxt_p) == 0);
 
 extern "C" {
 
-int32 wayshunt_cnv_upgrade_from_32_fix_trunk_entries_build_tgt_ht(kvs_service_t service, tk_hashtable_64_t *tgt_ht_p) {
+// The name the build's traces carry, also when its driver runs it.
+#define BUILD_STEP "wayshunt_cnv_upgrade_from_32_fix_trunk_entries_build_tgt_ht"
+
+int32 wayshunt_cnv_32_build_tgt_ht_listed(kvs_service_t service, tk_hashtable_64_t *tgt_ht_p,
+                                          wayshunt_cnv_tgt_heads_t *heads_p) {
   retcode_t rcode = 0, retcode = 0;
   const kvs_datum_t *pkey, *kvs_data_p;
   wayshunt_kvs_key_rw_acl_entry_t acl_key;
@@ -36,12 +40,13 @@ int32 wayshunt_cnv_upgrade_from_32_fix_trunk_entries_build_tgt_ht(kvs_service_t 
     if (((const uchar *)pkey->ptr)[0] != WAYSHUNT_KVS_KEY_ACL_RW_1) goto next;
     kvs_data_p = kvs_getvalue(service, &retcode);
     if (retcode != 0 || kvs_data_p == NULL || kvs_data_p->ptr == NULL || kvs_data_p->siz == 0) goto next;
-    // A value shorter than its layout cannot be read whole, and the fix-up
-    // writes an entry back under a 10-byte key built from this one's hash
-    // key bytes, so a key of any other size would not be this record's: the
-    // record takes no part in this pass and stays as stored. Both upgrade
-    // paths hold to this rule (see wayshunt_cnv_rw_repair.cc).
-    if (pkey->siz != sizeof acl_key || kvs_data_p->siz < sizeof acl_32) goto next;
+    // A key longer than its layout is read through it: its first 10 bytes
+    // give the hash key bytes, and the fix-up saves under the 10-byte key
+    // built from them, beside the longer record. A key or value shorter than
+    // its layout cannot be read whole without reading past it: the record
+    // takes no part in this pass and stays as stored. The upgrade from 4.1.3
+    // or lower holds to the same rule (wayshunt_cnv_rw_repair.cc).
+    if (pkey->siz < sizeof acl_key || kvs_data_p->siz < sizeof acl_32) goto next;
     memcpy(&acl_key, pkey->ptr, sizeof acl_key);
     memcpy(&acl_32, kvs_data_p->ptr, sizeof acl_32);
     if (!(acl_32.acl_flags & WAYSHUNT_ACL_FLAG_ISL)) goto next;
@@ -51,21 +56,25 @@ int32 wayshunt_cnv_upgrade_from_32_fix_trunk_entries_build_tgt_ht(kvs_service_t 
     if (node_p == NULL) goto next;
     node_p->kvs_hash_key_lower = acl_key.acl_hash_key_lower;
     memcpy(&node_p->entry, &acl_32, sizeof node_p->entry);
-    WAYSHUNT_CNV_TRACE("%s():%d Inserting new node into ht:\n");
-    WAYSHUNT_CNV_TRACE_RW_ENTRY(&node_p->entry);
-    WAYSHUNT_CNV_TRACE_KEY_LINE(node_p);
-    wayshunt_cnv_tgt_chain_insert(tgt_ht_p, acl_32.tgt_pwwn.num, node_p, __func__);
+    WAYSHUNT_CNV_TRACE_AS(BUILD_STEP, "%s():%d Inserting new node into ht:\n");
+    WAYSHUNT_CNV_TRACE_RW_ENTRY_AS(BUILD_STEP, &node_p->entry);
+    WAYSHUNT_CNV_TRACE_KEY_LINE_AS(BUILD_STEP, node_p);
+    wayshunt_cnv_tgt_chain_insert(tgt_ht_p, acl_32.tgt_pwwn.num, node_p, heads_p, BUILD_STEP);
   next:
     pkey = kvs_move2location(service, KVS_LOC_NEXT, &rcode);
     if (rcode == KVS_ERR_NO_KEY) {
-      WAYSHUNT_CNV_TRACE("%s():%d NO KEY\n");
+      WAYSHUNT_CNV_TRACE_AS(BUILD_STEP, "%s():%d NO KEY\n");
       return 0;
     }
     if (pkey == NULL) return 0;
   }
 }
 
-void wayshunt_cnv_32_release_tgt_table(tk_hashtable_64_t *tgt_ht_p) { wayshunt_cnv_release_tgt_chains(tgt_ht_p); }
+int32 wayshunt_cnv_upgrade_from_32_fix_trunk_entries_build_tgt_ht(kvs_service_t service, tk_hashtable_64_t *tgt_ht_p) {
+  return wayshunt_cnv_32_build_tgt_ht_listed(service, tgt_ht_p, NULL);
+}
+
+void wayshunt_cnv_32_release_tgt_table(tk_hashtable_64_t *tgt_ht_p) { wayshunt_cnv_release_tgt_chains(tgt_ht_p, NULL); }
 
 // The partner search of the trace build: the whole chain from its head,
 // every candidate traced as func, the fix-up. A WAYSHUNT_CNV_32_... outcome;

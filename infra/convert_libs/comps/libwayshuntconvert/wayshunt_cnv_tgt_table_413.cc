@@ -20,8 +20,11 @@ static_assert(offsetof(wayshunt_cnv_413_acl_rw_node_t, nxt_p) == 0);
 
 extern "C" {
 
-void wayshunt_cnv413_upg_add_entry_to_tgt_hash(tk_hashtable_64_t *tgt_ht_p, wayshunt_kvs_key_rw_acl_entry_t *acl_key_p,
-                                               wayshunt_kvs_data_rw_acl_entry_t *acl_p) {
+// The name the add operation's traces carry, also when its driver runs it.
+#define ADD_STEP "wayshunt_cnv413_upg_add_entry_to_tgt_hash"
+
+void wayshunt_cnv413_add_entry_listed(tk_hashtable_64_t *tgt_ht_p, wayshunt_kvs_key_rw_acl_entry_t *acl_key_p,
+                                      wayshunt_kvs_data_rw_acl_entry_t *acl_p, wayshunt_cnv_tgt_heads_t *heads_p) {
   wayshunt_cnv_413_acl_rw_node_t *node_p;
 
   if (!(acl_p->acl_flags & WAYSHUNT_ACL_FLAG_ISL)) return;
@@ -31,13 +34,18 @@ void wayshunt_cnv413_upg_add_entry_to_tgt_hash(tk_hashtable_64_t *tgt_ht_p, ways
   if (node_p == NULL) return;
   node_p->kvs_hash_key_lower = acl_key_p->acl_hash_key_lower;
   memcpy(&node_p->entry, acl_p, sizeof node_p->entry);
-  WAYSHUNT_CNV_TRACE("%s():%d Inserting new node into ht:\n");
-  WAYSHUNT_CNV_TRACE_RW_ENTRY(&node_p->entry);
-  WAYSHUNT_CNV_TRACE_KEY_LINE(node_p);
-  wayshunt_cnv_tgt_chain_insert(tgt_ht_p, acl_p->tgt_pwwn.num, node_p, __func__);
+  WAYSHUNT_CNV_TRACE_AS(ADD_STEP, "%s():%d Inserting new node into ht:\n");
+  WAYSHUNT_CNV_TRACE_RW_ENTRY_AS(ADD_STEP, &node_p->entry);
+  WAYSHUNT_CNV_TRACE_KEY_LINE_AS(ADD_STEP, node_p);
+  wayshunt_cnv_tgt_chain_insert(tgt_ht_p, acl_p->tgt_pwwn.num, node_p, heads_p, ADD_STEP);
 }
 
-void wayshunt_cnv_413_release_tgt_table(tk_hashtable_64_t *tgt_ht_p) { wayshunt_cnv_release_tgt_chains(tgt_ht_p); }
+void wayshunt_cnv413_upg_add_entry_to_tgt_hash(tk_hashtable_64_t *tgt_ht_p, wayshunt_kvs_key_rw_acl_entry_t *acl_key_p,
+                                               wayshunt_kvs_data_rw_acl_entry_t *acl_p) {
+  wayshunt_cnv413_add_entry_listed(tgt_ht_p, acl_key_p, acl_p, NULL);
+}
+
+void wayshunt_cnv_413_release_tgt_table(tk_hashtable_64_t *tgt_ht_p) { wayshunt_cnv_release_tgt_chains(tgt_ht_p, NULL); }
 
 void wayshunt_cnv_upgrade_from_41_acl_rw_save_entry(kvs_service_t service, uint64 kvs_hash_key_lower,
                                                     wayshunt_kvs_data_rw_acl_entry_t *acl_p) {

@@ -15,6 +15,9 @@ int32 wayshunt_cnv_config_upgrade_from_32(const char *kvs_url) {
   retcode_t rcode = 0;
   kvs_service_t service;
   tk_hashtable_64_t tgt_ht;
+  wayshunt_cnv_tgt_heads_t heads;  // the chains' heads, so that every chain is freed
+
+  memset(&heads, 0, sizeof heads);
 
   WAYSHUNT_CNV_TRACE("%s():%d Fix all RW entries on ISL\n");
   service = kvs_open(kvs_url, &rcode);
@@ -28,12 +31,12 @@ int32 wayshunt_cnv_config_upgrade_from_32(const char *kvs_url) {
     kvs_close(service);
     return (int32)rcode;
   }
-  (void)wayshunt_cnv_upgrade_from_32_fix_trunk_entries_build_tgt_ht(service, &tgt_ht);
+  (void)wayshunt_cnv_32_build_tgt_ht_listed(service, &tgt_ht, &heads);
   wayshunt_cnv_upgrade_from_32_fix_trunk_entries(service, &tgt_ht);
   // The store is closed while the table still stands; the nodes go after.
   rcode = kvs_close(service);
   if (rcode != 0) WAYSHUNT_CNV_TRACE("%s():%d kvs_close error: %s\n", retcode2str(rcode));
-  wayshunt_cnv_32_release_tgt_table(&tgt_ht);
+  wayshunt_cnv_release_tgt_chains(&tgt_ht, &heads);
   tk_hashtable_64_destroy(&tgt_ht);
   if (rcode != 0) return (int32)rcode;
   WAYSHUNT_CNV_TRACE("%s():%d Upgrade runtime KVS from 3.2 successful\n");

@@ -29,8 +29,14 @@ WAYSHUNT_CNV_EXPORT int32 wayshunt_cnv_upgrade_from_32_fix_trunk_entries_build_t
  * source pair, same slot), turning it physical itself when it has none. */
 WAYSHUNT_CNV_EXPORT void wayshunt_cnv_upgrade_from_32_fix_trunk_entries(kvs_service_t service,
                                                                         tk_hashtable_64_t *tgt_ht_p);
-/* Frees every node of the table; the table itself stays for its destroy. */
+/* Frees every node of the table that a table walk reaches; the table
+ * itself stays for its destroy. */
 WAYSHUNT_CNV_EXPORT void wayshunt_cnv_32_release_tgt_table(tk_hashtable_64_t *tgt_ht_p);
+/* The build as the driver runs it: each new chain's head is listed in
+ * heads_p as well (see wayshunt_cnv_tgt_heads_t), unless it is null. */
+WAYSHUNT_CNV_EXPORT int32 wayshunt_cnv_32_build_tgt_ht_listed(kvs_service_t service,
+                                                              tk_hashtable_64_t *tgt_ht_p,
+                                                              wayshunt_cnv_tgt_heads_t *heads_p);
 
 /* ---- the partner search of one chain through an index of its source pairs ---- */
 

@@ -12,7 +12,8 @@
 
 // Hands one record to the processor of its key type.
 WAYSHUNT_CNV_INLINE void process_record(kvs_service_t service, const kvs_datum_t *pkey, const kvs_datum_t *kvs_data_p,
-                                        tk_cqueue_t *q, tk_hashtable_64_t *ht, wayshunt_bool_t *del_key_p) {
+                                        tk_cqueue_t *q, tk_hashtable_64_t *ht, wayshunt_cnv_tgt_heads_t *heads_p,
+                                        wayshunt_bool_t *del_key_p) {
   uint32 key_type = ((const uchar *)pkey->ptr)[0];
   switch (key_type) {
     case WAYSHUNT_KVS_KEY_FLOW_THRU_HOST:
@@ -21,7 +22,7 @@ WAYSHUNT_CNV_INLINE void process_record(kvs_service_t service, const kvs_datum_t
     case WAYSHUNT_KVS_KEY_ACL_RW_1:
     case WAYSHUNT_KVS_KEY_ACL_RW_2:
     case WAYSHUNT_KVS_KEY_ACL_RW_3:
-      wayshunt_cnv_upg_from_413_or_lower_process_acl_rw_entry(service, pkey, kvs_data_p, ht);
+      wayshunt_cnv_413_repair_acl_rw_entry_listed(service, pkey, kvs_data_p, ht, heads_p);
       break;
     case WAYSHUNT_KVS_KEY_ACL_ELS_1:
     case WAYSHUNT_KVS_KEY_ACL_ELS_2:
@@ -95,7 +96,9 @@ retcode_t wayshunt_cnv_config_upgrade_from_413_or_lower(const char *kvs_url) {
   wayshunt_bool_t del_key = 0;
   tk_cqueue_t flow_thru_entry_q;
   tk_hashtable_64_t tgt_ht;
+  wayshunt_cnv_tgt_heads_t heads;  // the chains' heads, so that every chain is freed
 
+  memset(&heads, 0, sizeof heads);
   rc = tk_cq_init(&flow_thru_entry_q, 0);
   if (rc != 0) WAYSHUNT_CNV_TRACE("%s():%d CQ Init Failed: 0x%x\n", rc);
   // Without a target table no entry could be resolved, and the walk would
@@ -132,7 +135,7 @@ retcode_t wayshunt_cnv_config_upgrade_from_413_or_lower(const char *kvs_url) {
     // leaves a record whose value it cannot read in full as it stands.
     kvs_data_p = kvs_getvalue(service, &rc);
     WAYSHUNT_CNV_TRACE("%s():%d key %u\n", key_type);
-    process_record(service, pkey, kvs_data_p, &flow_thru_entry_q, &tgt_ht, &del_key);
+    process_record(service, pkey, kvs_data_p, &flow_thru_entry_q, &tgt_ht, &heads, &del_key);
     if (del_key == 1) {
       pkey = delete_narrow_key(service, pkey, __func__);
       del_key = 0;
@@ -145,7 +148,7 @@ retcode_t wayshunt_cnv_config_upgrade_from_413_or_lower(const char *kvs_url) {
   store_widened_keys(service, &flow_thru_entry_q, __func__);
   rc = tk_cq_destroy(&flow_thru_entry_q);
   wayshunt_cnv_upgrade_from_413_fix_trunk_entries(service, &tgt_ht);
-  wayshunt_cnv_413_release_tgt_table(&tgt_ht);
+  wayshunt_cnv_release_tgt_chains(&tgt_ht, &heads);
   tk_hashtable_64_destroy(&tgt_ht);
   rc = kvs_close(service);
   if (rc != 0) {

@@ -45,8 +45,21 @@ WAYSHUNT_CNV_EXPORT void wayshunt_cnv_upgrade_from_413_fix_trunk_entries(kvs_ser
 WAYSHUNT_CNV_EXPORT void wayshunt_cnv_upgrade_from_41_acl_rw_save_entry(kvs_service_t service,
                                                                         uint64 kvs_hash_key_lower,
                                                                         wayshunt_kvs_data_rw_acl_entry_t *acl_p);
-/* Frees every node of the table; the table itself stays for its destroy. */
+/* Frees every node of the table that a table walk reaches; the table
+ * itself stays for its destroy. */
 WAYSHUNT_CNV_EXPORT void wayshunt_cnv_413_release_tgt_table(tk_hashtable_64_t *tgt_ht_p);
+/* The repair and the add operation as the driver runs them: each new
+ * chain's head is listed in heads_p as well (see wayshunt_cnv_tgt_heads_t),
+ * unless it is null. */
+WAYSHUNT_CNV_EXPORT void wayshunt_cnv_413_repair_acl_rw_entry_listed(kvs_service_t service,
+                                                                     const kvs_datum_t *kvs_key_p,
+                                                                     const kvs_datum_t *kvs_data_p,
+                                                                     tk_hashtable_64_t *tgt_ht_p,
+                                                                     wayshunt_cnv_tgt_heads_t *heads_p);
+WAYSHUNT_CNV_EXPORT void wayshunt_cnv413_add_entry_listed(tk_hashtable_64_t *tgt_ht_p,
+                                                          wayshunt_kvs_key_rw_acl_entry_t *acl_key_p,
+                                                          wayshunt_kvs_data_rw_acl_entry_t *acl_p,
+                                                          wayshunt_cnv_tgt_heads_t *heads_p);
 
 /* ---- the fix-up of one chain through an index of its groups ---- */
 

@@ -14,9 +14,6 @@ extern "C" {
 int32 from_major = 0, from_minor = 0, from_patch = 0;
 int32 to_major = 0, to_minor = 0, to_patch = 0;
 
-// Whether the last read found both versions (see wayshunt_cnv_versions_resolved).
-static wayshunt_bool_t versions_resolved = 0;
-
 // Writes "<major>.<minor>(<patch>)" of the descriptor file into
 // corrected_pkg_ver. A file the platform gives no version text for (variable
 // unset, file missing, no version in it), or a text that does not parse,
@@ -34,28 +31,35 @@ int split_version(char *version, int32 *major, int32 *minor, int32 *patch) {
   return sscanf(version, "%d.%d(%d)", major, minor, patch);
 }
 
-wayshunt_bool_t wayshunt_cnv_read_versions(void) {
+// The name the reading's traces carry, also when an entry point asks
+// whether both releases were found.
+#define READ_STEP "wayshunt_cnv_read_versions"
+
+wayshunt_bool_t wayshunt_cnv_read_releases(wayshunt_bool_t *resolved_p) {
   char to_ver[WAYSHUNT_CNV_VER_LEN], from_ver[WAYSHUNT_CNV_VER_LEN];
   int32 fmaj = 0, fmin = 0, fpat = 0, tmaj = 0, tmin = 0, tpat = 0;
   memset(to_ver, 0, sizeof to_ver);
   memset(from_ver, 0, sizeof from_ver);
   get_corrected_pkg_ver(getenv("OVERSEER_TO_RELDESC_PATH"), to_ver);
   get_corrected_pkg_ver(getenv("OVERSEER_FROM_RELDESC_PATH"), from_ver);
-  WAYSHUNT_CNV_TRACE("%s():%d to_ver = %s, from_ver = %s\n", to_ver, from_ver);
+  WAYSHUNT_CNV_TRACE_AS(READ_STEP, "%s():%d to_ver = %s, from_ver = %s\n", to_ver, from_ver);
   int nfrom = split_version(from_ver, &fmaj, &fmin, &fpat);
   int nto = split_version(to_ver, &tmaj, &tmin, &tpat);
   // Either release unknown: every integer is 0, on which no step of any
   // entry point converts or decommissions, and the entry points report it.
-  versions_resolved = nfrom == 3 && nto == 3;
-  if (!versions_resolved) fmaj = fmin = fpat = tmaj = tmin = tpat = 0;
+  *resolved_p = nfrom == 3 && nto == 3;
+  if (!*resolved_p) fmaj = fmin = fpat = tmaj = tmin = tpat = 0;
   from_major = fmaj, from_minor = fmin, from_patch = fpat;
   to_major = tmaj, to_minor = tmin, to_patch = tpat;
-  WAYSHUNT_CNV_TRACE("%s():%d from_major = %d, from_minor = %d, to_major = %d, to_minor = %d\n", from_major,
-                     from_minor, to_major, to_minor);
+  WAYSHUNT_CNV_TRACE_AS(READ_STEP, "%s():%d from_major = %d, from_minor = %d, to_major = %d, to_minor = %d\n",
+                        from_major, from_minor, to_major, to_minor);
   return strcmp(from_ver, to_ver) != 0;
 }
 
-wayshunt_bool_t wayshunt_cnv_versions_resolved(void) { return versions_resolved; }
+wayshunt_bool_t wayshunt_cnv_read_versions(void) {
+  wayshunt_bool_t resolved;
+  return wayshunt_cnv_read_releases(&resolved);
+}
 }
 
 // Every decision on the releases, one predicate each. Majors are compared

@@ -150,9 +150,6 @@ extern WAYSHUNT_CNV_EXPORT int32 to_major, to_minor, to_patch;
 /** Reads both descriptor files (OVERSEER_TO_RELDESC_PATH first) into the six
  *  integers. @return non-zero when the corrected versions differ. */
 WAYSHUNT_CNV_EXPORT wayshunt_bool_t wayshunt_cnv_read_versions(void);
-/** @return non-zero when the last wayshunt_cnv_read_versions() found both
- *  releases. */
-WAYSHUNT_CNV_EXPORT wayshunt_bool_t wayshunt_cnv_versions_resolved(void);
 /** Writes "<major>.<minor>(<patch>)" of a descriptor file into
  *  corrected_pkg_ver (512 bytes); "" when it has no usable version. */
 WAYSHUNT_CNV_EXPORT void get_corrected_pkg_ver(char *reldesc_file, char *corrected_pkg_ver);
