@@ -57,6 +57,7 @@ WAYSHUNT_CNV_EXPORT void wayshunt_cnv_free_queued_keys(tk_cqueue_t *q, tk_err_t 
 typedef struct wayshunt_cnv_tgt_heads_ {
   void **head;
   uint32 n, cap;
+  wayshunt_bool_t unlisted; /* a head found no memory in the list */
 } wayshunt_cnv_tgt_heads_t;
 /* Puts node_p (either era's node, nxt_p first) into the chain of tgt_pwwn
  * and lists a new chain's head in heads_p, unless heads_p is null; func

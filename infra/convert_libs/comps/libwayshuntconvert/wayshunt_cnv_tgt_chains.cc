@@ -39,6 +39,16 @@ WAYSHUNT_CNV_INLINE int list_head(wayshunt_cnv_tgt_heads_t *heads_p, void *head_
   return 0;
 }
 
+// Whether the release's list will free head_p: every head, unless one
+// found no memory; then only those in it (a search, on that rare path alone).
+WAYSHUNT_CNV_INLINE int listed(const wayshunt_cnv_tgt_heads_t *heads_p, const void *head_p) {
+  if (heads_p == NULL) return 0;
+  if (!heads_p->unlisted) return 1;
+  for (uint32 i = 0; i < heads_p->n; i++)
+    if (heads_p->head[i] == head_p) return 1;
+  return 0;
+}
+
 }  // namespace
 
 extern "C" {
@@ -72,20 +82,20 @@ void wayshunt_cnv_tgt_chain_insert(tk_hashtable_64_t *ht, uint64 tgt_pwwn, void 
     free(node_p);
     return;
   }
-  if (heads_p != NULL) (void)list_head(heads_p, node_p);
+  if (heads_p != NULL && list_head(heads_p, node_p) != 0) heads_p->unlisted = 1;
 }
 
 // The walk frees each chain it reaches; an item with no chain behind it is
-// passed over. With a list of heads the walk leaves each head it reaches
-// linked to itself, and the list then frees those heads, and whole the
-// chains the walk did not reach; the list itself goes too.
+// passed over. The walk leaves a head that the list holds linked to itself,
+// and the list then frees those heads, and whole the chains the walk did not
+// reach; the list itself goes too.
 void wayshunt_cnv_release_tgt_chains(tk_hashtable_64_t *ht, wayshunt_cnv_tgt_heads_t *heads_p) {
   uint64 key = 0;
   void *data_p = NULL;
   tk_err_t rc = tk_hashtable_64_get_first(ht, &key, &data_p);
   while (rc == 0) {
     Link *head_p = (Link *)data_p;
-    if (head_p != NULL && heads_p != NULL) {
+    if (head_p != NULL && listed(heads_p, head_p)) {
       free_chain(head_p->nxt_p);
       head_p->nxt_p = head_p;
     } else {
