@@ -1,6 +1,6 @@
 /* Store administration, beside the service calls of kvs_defs.h: creating,
- * removing and locating stores. The service calls never create a store, so
- * that a wrong URL fails instead of converting an empty store.
+ * clearing, removing and locating stores. The service calls never create a
+ * store, so that a wrong URL fails instead of converting an empty store.
  *
  * A store "nonvolatile:<dir>/<name>" is the LMDB file <dir>/<name>.mdb with
  * its lock file <dir>/<name>.mdb-lock. Settings, read from the environment:
@@ -40,6 +40,17 @@ retcode_t kvs_create(const char *url);
 /* Removes a store's files. 0, KVS_ERR_NO_STORE, KVS_ERR_BUSY (open in this
  * process), KVS_ERR_BAD_URL, KVS_ERR_IO. */
 retcode_t kvs_remove(const char *url);
+
+/* Deletes every record of a store in one write transaction, keeping its
+ * files (and the environment this process keeps for its next open), so that
+ * a test can start each case from an empty store without making one anew.
+ * 0, KVS_ERR_NO_STORE, KVS_ERR_BUSY (open in this process), KVS_ERR_BAD_URL,
+ * or the status of the failed transaction (the store then keeps its records). */
+retcode_t kvs_clear(const char *url);
+
+/* The number of handles kvs_open gave in this process that are not closed
+ * yet, on any store. */
+size_t kvs_open_count(void);
 
 /* Writes the path of the store's data file into buf (len bytes with the
  * terminator). 0, KVS_ERR_BAD_URL, or KVS_ERR_BAD_ARG when buf is too small. */

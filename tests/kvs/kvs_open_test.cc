@@ -1,6 +1,7 @@
 // Opening and closing: which URLs open, administration, and growth of a
 // store past its initial map.
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -53,6 +54,38 @@ TEST_F(KvsTest, AdministrationCreatesOnceAndRemovesClosedStoresOnly) {
   EXPECT_EQ(kvs_remove(url_.c_str()), KVS_ERR_NO_STORE);
   kvs_open(url_.c_str(), &st);
   EXPECT_EQ(st, KVS_ERR_NO_STORE);
+}
+
+// Clearing empties a closed store in place: the same file, written on as
+// usual afterwards; an open store is refused and keeps its records.
+TEST_F(KvsTest, ClearEmptiesAClosedStoreInPlace) {
+  create({{"a", "1"}, {"b", "2"}});
+  const std::string file = dir_ / "store.mdb";
+  auto inode = [&] {
+    struct stat st {};
+    EXPECT_EQ(stat(file.c_str(), &st), 0);
+    return st.st_ino;
+  };
+  const ino_t ino = inode();
+  const size_t base = kvs_open_count();
+  kvs_service_t s = open();
+  EXPECT_EQ(kvs_open_count(), base + 1);
+  EXPECT_EQ(kvs_clear(url_.c_str()), KVS_ERR_BUSY);
+  ASSERT_EQ(kvs_close(s), 0u);
+  EXPECT_EQ(kvs_open_count(), base);
+  EXPECT_EQ(contents(), (Model{{"a", "1"}, {"b", "2"}}));
+  ASSERT_EQ(kvs_clear(url_.c_str()), 0u);
+  EXPECT_EQ(kvs_open_count(), base) << "the clear leaves no handle open";
+  EXPECT_EQ(contents(), Model{});
+  EXPECT_EQ(inode(), ino);
+  s = open();
+  Bytes k = "c", v = "3";
+  kvs_datum_t kd = datum(k), vd = datum(v);
+  ASSERT_EQ(kvs_store(s, KVS_STORE_REPLACE, &kd, &vd), 0u);
+  ASSERT_EQ(kvs_close(s), 0u);
+  EXPECT_EQ(contents(), (Model{{"c", "3"}}));
+  EXPECT_EQ(kvs_clear(("nonvolatile:" + dir_.path() + "/missing").c_str()), KVS_ERR_NO_STORE);
+  EXPECT_EQ(kvs_clear("volatile:/x/store"), KVS_ERR_BAD_URL);
 }
 
 TEST_F(KvsTest, StoreGrowsPastItsInitialMap) {

@@ -1,4 +1,4 @@
-// Store administration: creating, removing and locating stores.
+// Store administration: creating, clearing, removing and locating stores.
 #include "kvs_admin.h"
 
 #include <lmdb.h>
@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "kvs_env_keep.h"
@@ -15,6 +16,7 @@
 #include "kvs_read_only.h"
 #include "kvs_registry.h"
 #include "plat_hooks.h"
+#include "status.h"
 
 namespace {
 
@@ -74,6 +76,27 @@ extern "C" retcode_t kvs_remove(const char *url) {
   plat_journal("kvs_remove(%s) = 0x%x", url ? url : "(null)", st);
   return st;
 }
+
+extern "C" retcode_t kvs_clear(const char *url) {
+  std::string file;
+  retcode_t st = kvs::store_file(url, file);
+  if (st == 0 && kvs::is_open(file)) st = KVS_ERR_BUSY;
+  kvs::Handle *h = nullptr;
+  try {
+    if (st == 0) st = kvs::Handle::open(file, &h);
+  } catch (const std::bad_alloc &) {
+    st = PLAT_ERR_NO_MEMORY;
+  }
+  if (st == 0) {
+    st = h->clear();
+    if (st == 0) st = h->close();
+    delete h;  // after a failed clear this aborts the transaction: nothing is deleted
+  }
+  plat_journal("kvs_clear(%s) = 0x%x", url ? url : "(null)", st);
+  return st;
+}
+
+extern "C" size_t kvs_open_count(void) { return kvs::open_count(); }
 
 extern "C" retcode_t kvs_store_file(const char *url, char *buf, size_t len) {
   std::string file;

@@ -294,6 +294,16 @@ retcode_t Handle::remove(const kvs_datum_t &key) {
   return st == KVS_ERR_NO_KEY ? 0 : st;
 }
 
+retcode_t Handle::clear() {
+  if (!txn_ || log_.on()) return KVS_ERR_DB;
+  if (int rc = mdb_drop(txn_, dbi_, 0)) return status_of(rc);
+  if (guard_) guard_->retire_all();
+  guard_key_ = nullptr;
+  pos_ = Pos::kNone;
+  synced_ = val_current_ = false;
+  return 0;
+}
+
 // The key that followed the deleted key gone_, into k. A delete through the
 // cursor leaves LMDB's cursor on it already, which saves a search from the
 // root; that key is taken only when it sorts after gone_, and the search

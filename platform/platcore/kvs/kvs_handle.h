@@ -57,6 +57,9 @@ class Handle {
   const kvs_datum_t *value(retcode_t &st);
   retcode_t store(const kvs_datum_t &key, const kvs_datum_t &value);
   retcode_t remove(const kvs_datum_t &key);
+  // Deletes every record; the cursor then stands nowhere. Only while the
+  // replay log is off (it has no entry for a clear), as after open.
+  retcode_t clear();
 
   // The datum callers get for an injected empty result.
   const kvs_datum_t *empty() { return &empty_; }
