@@ -48,6 +48,14 @@ void teardown();
 // it cannot be loaded).
 void *load_library(bool gate_open);
 
+// Leaks found so far, in the sanitized build (0 in the plain one).
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#define LEAKS_FOUND() __lsan_do_recoverable_leak_check()
+#else
+#define LEAKS_FOUND() 0
+#endif
+
 // Skips the test, visibly, where the library cannot be run.
 #define CNV_REQUIRE()                                                          \
   do {                                                                         \

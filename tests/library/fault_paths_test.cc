@@ -15,13 +15,6 @@
 #include "test_support.h"
 #include "wayshunt.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/lsan_interface.h>
-#define LEAKS_FOUND() __lsan_do_recoverable_leak_check()
-#else
-#define LEAKS_FOUND() 0
-#endif
-
 using namespace cnv;
 
 namespace {

@@ -10,13 +10,6 @@
 #include "toolkit.h"
 #include "wayshunt.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/lsan_interface.h>
-#define LEAKS_FOUND() __lsan_do_recoverable_leak_check()
-#else
-#define LEAKS_FOUND() 0
-#endif
-
 using namespace cnv;
 
 namespace {
