@@ -39,6 +39,13 @@ extern "C" {
  * bad (lookups then fail with PORTMAP_ERR_TABLE). */
 int portmap_table_reload(void);
 
+/* Frees every reading of the table kept so far; the next lookup reads the
+ * table again. For a program that looks up slots one job after another
+ * (a fuzzing harness) and wants each job to leave no memory behind. Call it
+ * only when no other thread may be in portmap_get_slot(): a lookup in
+ * flight reads the reading it found, which this frees. */
+void portmap_table_forget(void);
+
 #ifdef __cplusplus
 }
 #endif

@@ -2,7 +2,7 @@
 // PLAT_PORTMAP_TABLE when it lists the interface, else from the interface
 // index encoding. The parsed table is cached and read again only when the
 // variable's value changes or on portmap_table_reload(), since lookups come
-// by the million.
+// by the million; portmap_table_forget() drops every reading.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -155,4 +155,14 @@ extern "C" int portmap_table_reload(void) {
     c.now.store(nullptr, std::memory_order_release);  // the next lookup reads the table again
     return -1;
   }
+}
+
+// Not fault-checked or journalled either. The caller vouches that no lookup
+// is in flight (see portmap_admin.h), so the readings kept for lookups of
+// other threads can go.
+extern "C" void portmap_table_forget(void) {
+  Cache &c = cache();
+  std::lock_guard lock(c.mu);
+  c.now.store(nullptr, std::memory_order_release);
+  c.all.clear();
 }

@@ -79,6 +79,22 @@ TEST(Portmap, TableOverridesAndAdds) {
   EXPECT_EQ(portmap_table_reload(), 0);
 }
 
+// The file is read when first needed and kept; forgetting the readings
+// makes the next lookup read what the file holds now.
+TEST(Portmap, ForgottenTableIsReadAgain) {
+  TempDir dir;
+  testsupport::write_file(dir / "table", "fc1/1 9\n");
+  ScopedEnv table("PLAT_PORTMAP_TABLE", (dir / "table").c_str());
+  expect_lookups({{IF_INDEX_FC(1, 1), 0, 9}});
+  testsupport::write_file(dir / "table", "fc1/1 fail\n");
+  expect_lookups({{IF_INDEX_FC(1, 1), 0, 9}});
+  portmap_table_forget();
+  expect_lookups({{IF_INDEX_FC(1, 1), PORTMAP_ERR_DOWN, 0}});
+  portmap_table_forget();
+  ScopedEnv no_table("PLAT_PORTMAP_TABLE", nullptr);
+  expect_lookups({{IF_INDEX_FC(1, 1), 0, 1}});
+}
+
 TEST(Portmap, BadTableFailsEveryLookupAndSaysWhereOnce) {
   struct Case {
     const char *text;  // null: no such file
