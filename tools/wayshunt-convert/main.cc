@@ -82,6 +82,7 @@ int main(int argc, char **argv) {
   wsc::add_demo_command(app);
   wsc::add_log_command(app);
   wsc::add_history_command(app);
+  wsc::add_rehearse_command(app);
   wsc::add_manpage_command(app);
 
   try {

@@ -26,6 +26,7 @@ void add_demo_command(CLI::App &app);
 void add_log_command(CLI::App &app);
 void add_history_command(CLI::App &app);
 void add_manpage_command(CLI::App &app);
+void add_rehearse_command(CLI::App &app);
 
 }  // namespace wsc
 

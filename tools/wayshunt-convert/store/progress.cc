@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <string>
 #include <utility>
 
 namespace wsc {
@@ -26,14 +27,24 @@ void Progress::update(size_t done) {
   draw(done);
 }
 
+void Progress::note(size_t done, std::string text) {
+  if (!shown_ || text == note_) return update(done);
+  note_ = std::move(text);
+  last_permille_ = static_cast<int>(total_ ? done * 1000 / total_ : 1000);
+  draw(done);
+}
+
 void Progress::draw(size_t done) {
   constexpr int kWidth = 30;
   int filled = total_ ? static_cast<int>(done * kWidth / total_) : kWidth;
   char bar[kWidth + 1];
   for (int i = 0; i < kWidth; ++i) bar[i] = i < filled ? '#' : '.';
   bar[kWidth] = '\0';
-  std::fprintf(stderr, "\r%s [%s] %3d%% %zu/%zu", label_.c_str(), bar, total_ ? static_cast<int>(done * 100 / total_) : 100,
-               done, total_);
+  // A note is padded, so that a shorter one covers a longer one drawn before.
+  std::string tail = note_.empty() ? "" : " " + note_;
+  if (!tail.empty() && tail.size() < 48) tail.resize(48, ' ');
+  std::fprintf(stderr, "\r%s [%s] %3d%% %zu/%zu%s", label_.c_str(), bar, total_ ? static_cast<int>(done * 100 / total_) : 100,
+               done, total_, tail.c_str());
   std::fflush(stderr);
 }
 

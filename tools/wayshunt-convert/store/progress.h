@@ -16,6 +16,8 @@ class Progress {
   Progress(const Progress &) = delete;
   Progress &operator=(const Progress &) = delete;
   void update(size_t done);
+  // Text shown after the counts, e.g. "2 failed, about 1m10s left".
+  void note(size_t done, std::string text);
 
  private:
   void draw(size_t done);
@@ -23,6 +25,7 @@ class Progress {
   size_t total_;
   bool shown_;
   int last_permille_ = -1;
+  std::string note_;
 };
 
 }  // namespace wsc

@@ -1,0 +1,39 @@
+// A rehearsal's images run in parallel worker processes, at most jobs at a
+// time, each worker rehearsing one image's moves one after another, so that
+// memory stays bounded by jobs times one move's. A worker writes each cell
+// as it finishes, so that an interruption (SIGINT, SIGTERM) keeps every cell
+// that finished: the workers are stopped at once, the copies removed, and
+// the result says it was interrupted.
+#ifndef TOOLS_WAYSHUNT_CONVERT_REHEARSE_FLEET_RUN_H
+#define TOOLS_WAYSHUNT_CONVERT_REHEARSE_FLEET_RUN_H
+
+#include <string>
+#include <vector>
+
+#include "device/conversion_library.h"
+#include "records/json_codec.h"
+#include "rehearse/cell.h"
+#include "rehearse/plan.h"
+
+namespace wsc {
+
+struct FleetOptions {
+  std::vector<MovePlan> moves;  // tried on every image; empty: the ladder's from the image's era
+  CellOptions cell;
+  unsigned jobs = 1;
+  bool progress = true;  // a bar on a terminal
+  double wait = 0;       // seconds to wait for an image another command holds
+};
+
+struct FleetResult {
+  Json images = Json::array();  // one object per image, in the order given
+  Json cells = Json::array();   // every cell that finished, by image then move
+  int interrupted = 0;          // the signal that stopped the rehearsal
+};
+
+FleetResult rehearse_images(ConversionLibrary &lib, const std::vector<ImageInput> &images,
+                            const std::vector<Rung> &ladder, const FleetOptions &o);
+
+}  // namespace wsc
+
+#endif
