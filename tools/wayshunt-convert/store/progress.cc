@@ -26,6 +26,13 @@ void Progress::update(size_t done) {
   draw(done);
 }
 
+void Progress::clear() {
+  if (!shown_) return;
+  std::fputs("\r\033[K", stderr);
+  std::fflush(stderr);
+  last_permille_ = -1;
+}
+
 void Progress::draw(size_t done) {
   constexpr int kWidth = 30;
   int filled = total_ ? static_cast<int>(done * kWidth / total_) : kWidth;

@@ -16,6 +16,9 @@ class Progress {
   Progress(const Progress &) = delete;
   Progress &operator=(const Progress &) = delete;
   void update(size_t done);
+  // Erases a shown bar, so that a line can be printed in its place; the
+  // next update draws it again.
+  void clear();
 
  private:
   void draw(size_t done);

@@ -1,0 +1,102 @@
+// The fleet's plan from its seed, and its images written one by one.
+#include "device/fleet.h"
+
+#include <filesystem>
+
+#include "device/device_image.h"
+#include "store/rng.h"
+#include "store/store_io.h"
+#include "store/synth.h"
+#include "tool_error.h"
+
+namespace wsc {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string image_name(size_t index, size_t count) {
+  std::string number = std::to_string(index + 1);
+  return "img-" + std::string(std::to_string(count).size() - number.size(), '0') + number;
+}
+
+// The shapes of an image that brings no new shape: each that fits its era
+// at one chance in three, and one of them when none came up.
+unsigned random_shapes(Rng &rng, Era era) {
+  std::vector<unsigned> fitting;
+  unsigned shapes = 0;
+  for (unsigned i = 0; i < kShapeCount; ++i)
+    if (shape_fits_era(static_cast<ShapeBit>(1u << i), era)) {
+      fitting.push_back(1u << i);
+      if (rng.chance(33)) shapes |= 1u << i;
+    }
+  return shapes ? shapes : fitting[rng.below(static_cast<uint32_t>(fitting.size()))];
+}
+
+// Empties or makes the fleet's folder; returns whether it made it.
+bool prepare_folder(const std::string &dir, bool force) {
+  std::error_code ec;
+  if (!fs::exists(dir, ec)) {
+    fs::create_directories(dir, ec);
+    if (ec) throw ToolError("cannot create fleet folder " + dir + " (" + ec.message() + "); check the path and its permissions");
+    return true;
+  }
+  if (!fs::is_directory(dir, ec)) throw ToolError("fleet folder " + dir + " is a file; give a new or empty folder");
+  std::vector<fs::path> images;
+  for (const fs::directory_entry &e : fs::directory_iterator(dir, ec)) {
+    if (!e.is_directory(ec) || e.path().filename().string().rfind("img-", 0) != 0)
+      throw ToolError("fleet folder " + dir + " holds " + e.path().filename().string() +
+                      ", which is no fleet image; give a new or empty folder");
+    images.push_back(e.path());
+  }
+  if (ec) throw ToolError("cannot read fleet folder " + dir + " (" + ec.message() + ")");
+  if (!images.empty() && !force)
+    throw ToolError("fleet folder " + dir + " holds a fleet; pass --force to replace it, or give a new or empty folder");
+  for (const fs::path &p : images)
+    if (fs::remove_all(p, ec); ec) throw ToolError("cannot remove " + p.string() + " (" + ec.message() + ")");
+  return false;
+}
+
+}  // namespace
+
+std::vector<FleetImage> plan_fleet(const FleetSpec &spec) {
+  Rng rng(spec.seed);
+  unsigned unshown = 0;  // the shapes some era of the fleet can have
+  for (Era era : spec.eras)
+    for (unsigned i = 0; i < kShapeCount; ++i)
+      if (shape_fits_era(static_cast<ShapeBit>(1u << i), era)) unshown |= 1u << i;
+  std::vector<FleetImage> plan;
+  for (size_t i = 0; i < spec.images; ++i) {
+    FleetImage img{image_name(i, spec.images), spec.eras[i % spec.eras.size()], 0, 0, 0};
+    img.records = spec.min_records + rng.below(static_cast<uint32_t>(spec.max_records - spec.min_records + 1));
+    img.seed = rng.next();
+    for (unsigned b = 0; b < kShapeCount && !img.shapes; ++b)
+      if ((unshown & (1u << b)) && shape_fits_era(static_cast<ShapeBit>(1u << b), img.era)) img.shapes = 1u << b;
+    unshown &= ~img.shapes;
+    if (!img.shapes) img.shapes = random_shapes(rng, img.era);
+    plan.push_back(img);
+  }
+  return plan;
+}
+
+void make_fleet(const FleetSpec &spec, const std::vector<FleetImage> &plan, bool force,
+                const std::function<void(const FleetImage &)> &done) {
+  bool made = prepare_folder(spec.dir, force);
+  std::vector<std::string> written;
+  try {
+    for (const FleetImage &f : plan) {
+      DeviceImage img{spec.dir + "/" + f.name};
+      written.push_back(img.dir);
+      make_image_folders(img);
+      write_store(img.store(), synthesize_store(f.era, f.records, f.seed, synth_shape(f.shapes, f.era, f.records)), false);
+      done(f);
+    }
+  } catch (...) {
+    std::error_code ec;
+    for (const std::string &dir : written) fs::remove_all(dir, ec);
+    if (made) fs::remove_all(spec.dir, ec);
+    throw;
+  }
+}
+
+}  // namespace wsc
