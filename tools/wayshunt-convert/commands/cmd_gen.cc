@@ -79,7 +79,7 @@ void run_fleet(const GenOptions &o) {
       bar.update(done += f.records);
     });
   }
-  std::cout << "wrote " << plan.size() << " device images of " << total << " records to " << spec.dir << " (seed " << o.seed
+  std::cout << "wrote " << plan.size() << (plan.size() == 1 ? " device image of " : " device images of ") << total << " records to " << spec.dir << " (seed " << o.seed
             << "); images per shape:";
   for (unsigned i = 0; i < kShapeCount; ++i) {
     size_t n = 0;

@@ -33,13 +33,16 @@ unsigned random_shapes(Rng &rng, Era era) {
   return shapes ? shapes : fitting[rng.below(static_cast<uint32_t>(fitting.size()))];
 }
 
-// Empties or makes the fleet's folder; returns whether it made it.
-bool prepare_folder(const std::string &dir, bool force) {
+// Empties or makes the fleet's folder; returns the folders it made,
+// deepest first.
+std::vector<fs::path> prepare_folder(const std::string &dir, bool force) {
   std::error_code ec;
-  if (!fs::exists(dir, ec)) {
+  std::vector<fs::path> made;
+  for (fs::path p = dir; !p.empty() && !fs::exists(p, ec); p = p.parent_path()) made.push_back(p);
+  if (!made.empty()) {
     fs::create_directories(dir, ec);
     if (ec) throw ToolError("cannot create fleet folder " + dir + " (" + ec.message() + "); check the path and its permissions");
-    return true;
+    return made;
   }
   if (!fs::is_directory(dir, ec)) throw ToolError("fleet folder " + dir + " is a file; give a new or empty folder");
   std::vector<fs::path> images;
@@ -54,7 +57,7 @@ bool prepare_folder(const std::string &dir, bool force) {
     throw ToolError("fleet folder " + dir + " holds a fleet; pass --force to replace it, or give a new or empty folder");
   for (const fs::path &p : images)
     if (fs::remove_all(p, ec); ec) throw ToolError("cannot remove " + p.string() + " (" + ec.message() + ")");
-  return false;
+  return made;
 }
 
 }  // namespace
@@ -81,8 +84,13 @@ std::vector<FleetImage> plan_fleet(const FleetSpec &spec) {
 
 void make_fleet(const FleetSpec &spec, const std::vector<FleetImage> &plan, bool force,
                 const std::function<void(const FleetImage &)> &done) {
-  bool made = prepare_folder(spec.dir, force);
+  std::vector<fs::path> made = prepare_folder(spec.dir, force);
   std::vector<std::string> written;
+  auto remove = [&] {
+    std::error_code ec;
+    for (const std::string &dir : written) fs::remove_all(dir, ec);
+    for (const fs::path &dir : made) fs::remove(dir, ec);
+  };
   try {
     for (const FleetImage &f : plan) {
       DeviceImage img{spec.dir + "/" + f.name};
@@ -91,10 +99,13 @@ void make_fleet(const FleetSpec &spec, const std::vector<FleetImage> &plan, bool
       write_store(img.store(), synthesize_store(f.era, f.records, f.seed, synth_shape(f.shapes, f.era, f.records)), false);
       done(f);
     }
+  } catch (const ToolError &e) {
+    remove();
+    throw ToolError(fs::path(written.back()).filename().string() + " of the fleet not written, the images before it removed: " +
+                        e.what(),
+                    e.status());
   } catch (...) {
-    std::error_code ec;
-    for (const std::string &dir : written) fs::remove_all(dir, ec);
-    if (made) fs::remove_all(spec.dir, ec);
+    remove();
     throw;
   }
 }

@@ -39,8 +39,8 @@ std::vector<FleetImage> plan_fleet(const FleetSpec &spec);
 // Writes the planned images below spec.dir, calling done after each. The
 // folder is made when missing and taken when empty; with force, a folder
 // that holds only img-* folders is emptied first; any other is refused. On
-// a failure the images made are removed, and the folder when this call made
-// it. Throws ToolError.
+// a failure the images made are removed, and the folders this call made.
+// Throws ToolError.
 void make_fleet(const FleetSpec &spec, const std::vector<FleetImage> &plan, bool force,
                 const std::function<void(const FleetImage &)> &done);
 
