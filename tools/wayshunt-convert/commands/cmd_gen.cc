@@ -136,16 +136,18 @@ void add_gen_command(CLI::App &app) {
       "drawn from --records, all from --seed, and prints a line per image and one for the fleet.\n"
       "Each image has one or more of these shapes besides the typical store; the first images\n"
       "bring one new shape each, so that a fleet of a few images shows every one:\n"
-      "  long-chains      dozens to hundreds of ISL entries of one target carrying PHYSICAL and\n"
-      "                   VIRTUAL (3.2 and 4.1 only)\n"
-      "  big-group        hundreds of ISL entries of one target, slot and source pair\n"
-      "  off-layout-keys  a few ACL_RW_1 keys of 11 and 9 bytes ('info' reads the store as mixed)\n"
-      "  unused-bytes     3.2 ACL_RW_1 values whose unused end is not zero (3.2 only)\n"
+      "  long-chains      dozens to hundreds of ISL entries of one target\n"
+      "                   with PHYSICAL and VIRTUAL (3.2 and 4.1 only)\n"
+      "  big-group        hundreds of ISL entries of one target, slot and\n"
+      "                   source pair\n"
+      "  off-layout-keys  a few ACL_RW_1 keys of 11 and 9 bytes ('info'\n"
+      "                   reads the store as mixed)\n"
+      "  unused-bytes     ACL_RW_1 values whose unused end is not zero (3.2)\n"
       "  port-channels    most interfaces off the ISLs are port-channels\n"
       "DIR must be new or empty; --force replaces the fleet it holds.\n\n"
       "Examples:\n"
       "  wayshunt-convert gen --era 3.2 --records 100000 --seed 7 /tmp/img/mnt/kvs\n"
-      "  wayshunt-convert gen --fleet /tmp/fleet --images 20 --records 2000..50000 --eras 3.2,4.1,4.2 --seed 7");
+      "  wayshunt-convert gen --fleet /tmp/fleet --images 20 --records 2000..50000 --seed 7");
   cmd->callback([o] { o->fleet.empty() ? run_gen(*o) : run_fleet(*o); });
 }
 
