@@ -78,22 +78,22 @@ unsigned shapes_found(const wsc::Records &records, const wsc::StoreProfile &p) {
   return found;
 }
 
-std::vector<wsc::Records> stores_of(const wsc::FleetSpec &spec, const std::vector<wsc::FleetImage> &plan) {
+std::vector<wsc::Records> stores_of(const wsc::FleetOrder &order, const std::vector<wsc::FleetImage> &plan) {
   std::vector<wsc::Records> out;
-  for (const wsc::FleetImage &f : plan) out.push_back(wsc::read_store(wsc::image_at(spec.dir + "/" + f.name, true).store()));
+  for (const wsc::FleetImage &f : plan) out.push_back(wsc::read_store(wsc::image_at(order.dir + "/" + f.name, true).store()));
   return out;
 }
 
-std::vector<wsc::Records> make(wsc::FleetSpec spec, const std::string &dir) {
-  spec.dir = dir;
-  auto plan = wsc::plan_fleet(spec);
-  wsc::make_fleet(spec, plan, false, [](const wsc::FleetImage &) {});
-  return stores_of(spec, plan);
+std::vector<wsc::Records> make(wsc::FleetOrder order, const std::string &dir) {
+  order.dir = dir;
+  auto plan = wsc::plan_fleet(order);
+  wsc::make_fleet(order, plan, false, [](const wsc::FleetImage &) {});
+  return stores_of(order, plan);
 }
 
 struct FleetCase {
   const char *name;
-  wsc::FleetSpec spec;  // dir left empty
+  wsc::FleetOrder order;  // dir left empty
   unsigned shown;       // the shapes the first images show between them
   size_t first;         // in so many images
 };
@@ -114,24 +114,24 @@ class Fleet : public ::testing::TestWithParam<FleetCase> {};
 TEST_P(Fleet, ImagesAreWhatThePlanSays) {
   const FleetCase &c = GetParam();
   testsupport::TempDir tmp;
-  wsc::FleetSpec spec = c.spec;
-  spec.dir = tmp / "fleet";
-  auto plan = wsc::plan_fleet(spec);
+  wsc::FleetOrder order = c.order;
+  order.dir = tmp / "fleet";
+  auto plan = wsc::plan_fleet(order);
   std::vector<std::string> names;
-  wsc::make_fleet(spec, plan, false, [&](const wsc::FleetImage &f) { names.push_back(f.name); });
-  ASSERT_EQ(plan.size(), spec.images);
-  EXPECT_EQ(names.size(), spec.images);
-  auto stores = stores_of(spec, plan);
+  wsc::make_fleet(order, plan, false, [&](const wsc::FleetImage &f) { names.push_back(f.name); });
+  ASSERT_EQ(plan.size(), order.images);
+  EXPECT_EQ(names.size(), order.images);
+  auto stores = stores_of(order, plan);
   unsigned shown = 0;
   for (size_t i = 0; i < plan.size(); ++i) {
     const wsc::FleetImage &f = plan[i];
     SCOPED_TRACE(f.name + " " + wsc::shape_list(f.shapes));
     EXPECT_EQ(f.name, "img-" + std::to_string(i + 1));
-    EXPECT_EQ(f.era, spec.eras[i % spec.eras.size()]);
+    EXPECT_EQ(f.era, order.eras[i % order.eras.size()]);
     wsc::StoreProfile p = wsc::profile_store(stores[i]);
     EXPECT_EQ(p.records, f.records);
-    EXPECT_GE(p.records, spec.min_records);
-    EXPECT_LE(p.records, spec.max_records);
+    EXPECT_GE(p.records, order.min_records);
+    EXPECT_LE(p.records, order.max_records);
     const unsigned era = 1u << wsc::era_index(f.era);
     if (f.shapes & wsc::kOffLayoutKeys)
       EXPECT_TRUE(p.fits == 0 && p.majority == era) << wsc::era_verdict(p);
@@ -146,10 +146,10 @@ TEST_P(Fleet, ImagesAreWhatThePlanSays) {
 
 TEST_P(Fleet, SeedMakesTheStores) {
   testsupport::TempDir tmp;
-  wsc::FleetSpec other = GetParam().spec;
+  wsc::FleetOrder other = GetParam().order;
   ++other.seed;
-  auto first = make(GetParam().spec, tmp / "a");
-  EXPECT_EQ(make(GetParam().spec, tmp / "b"), first);
+  auto first = make(GetParam().order, tmp / "a");
+  EXPECT_EQ(make(GetParam().order, tmp / "b"), first);
   auto different = make(other, tmp / "c");
   for (size_t i = 0; i < first.size(); ++i) EXPECT_NE(different[i], first[i]) << "image " << i + 1;
 }

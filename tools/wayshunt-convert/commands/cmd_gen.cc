@@ -61,25 +61,25 @@ void run_gen(const GenOptions &o) {
 
 void run_fleet(const GenOptions &o) {
   if (o.images == 0) throw CLI::RequiredError("--images");
-  FleetSpec spec{std::filesystem::absolute(o.fleet).lexically_normal().string(), o.images, 0, 0, {}, o.seed};
-  while (spec.dir.size() > 1 && spec.dir.back() == '/') spec.dir.pop_back();
-  std::tie(spec.min_records, spec.max_records) = record_range(o.records);
-  for (const std::string &e : o.eras) spec.eras.push_back(era_from_name(e));
-  FolderLock lock(spec.dir, "fleet folder " + spec.dir, o.wait);
-  std::vector<FleetImage> plan = plan_fleet(spec);
+  FleetOrder order{std::filesystem::absolute(o.fleet).lexically_normal().string(), o.images, 0, 0, {}, o.seed};
+  while (order.dir.size() > 1 && order.dir.back() == '/') order.dir.pop_back();
+  std::tie(order.min_records, order.max_records) = record_range(o.records);
+  for (const std::string &e : o.eras) order.eras.push_back(era_from_name(e));
+  FolderLock lock(order.dir, "fleet folder " + order.dir, o.wait);
+  std::vector<FleetImage> plan = plan_fleet(order);
   size_t total = 0, done = 0;
   for (const FleetImage &f : plan) total += f.records;
-  const int width = static_cast<int>(std::to_string(spec.max_records).size());
+  const int width = static_cast<int>(std::to_string(order.max_records).size());
   {
     Progress bar("fleet", total);
-    make_fleet(spec, plan, o.force, [&](const FleetImage &f) {
+    make_fleet(order, plan, o.force, [&](const FleetImage &f) {
       bar.clear();
       std::cout << f.name << "  " << era_name(f.era) << "  " << std::setw(width) << f.records << " records  "
                 << shape_list(f.shapes) << std::endl;
       bar.update(done += f.records);
     });
   }
-  std::cout << "wrote " << plan.size() << (plan.size() == 1 ? " device image of " : " device images of ") << total << " records to " << spec.dir << " (seed " << o.seed
+  std::cout << "wrote " << plan.size() << (plan.size() == 1 ? " device image of " : " device images of ") << total << " records to " << order.dir << " (seed " << o.seed
             << "); images per shape:";
   for (unsigned i = 0; i < kShapeCount; ++i) {
     size_t n = 0;

@@ -62,16 +62,16 @@ std::vector<fs::path> prepare_folder(const std::string &dir, bool force) {
 
 }  // namespace
 
-std::vector<FleetImage> plan_fleet(const FleetSpec &spec) {
-  Rng rng(spec.seed);
+std::vector<FleetImage> plan_fleet(const FleetOrder &order) {
+  Rng rng(order.seed);
   unsigned unshown = 0;  // the shapes some era of the fleet can have
-  for (Era era : spec.eras)
+  for (Era era : order.eras)
     for (unsigned i = 0; i < kShapeCount; ++i)
       if (shape_fits_era(static_cast<ShapeBit>(1u << i), era)) unshown |= 1u << i;
   std::vector<FleetImage> plan;
-  for (size_t i = 0; i < spec.images; ++i) {
-    FleetImage img{image_name(i, spec.images), spec.eras[i % spec.eras.size()], 0, 0, 0};
-    img.records = spec.min_records + rng.below(static_cast<uint32_t>(spec.max_records - spec.min_records + 1));
+  for (size_t i = 0; i < order.images; ++i) {
+    FleetImage img{image_name(i, order.images), order.eras[i % order.eras.size()], 0, 0, 0};
+    img.records = order.min_records + rng.below(static_cast<uint32_t>(order.max_records - order.min_records + 1));
     img.seed = rng.next();
     for (unsigned b = 0; b < kShapeCount && !img.shapes; ++b)
       if ((unshown & (1u << b)) && shape_fits_era(static_cast<ShapeBit>(1u << b), img.era)) img.shapes = 1u << b;
@@ -82,9 +82,9 @@ std::vector<FleetImage> plan_fleet(const FleetSpec &spec) {
   return plan;
 }
 
-void make_fleet(const FleetSpec &spec, const std::vector<FleetImage> &plan, bool force,
+void make_fleet(const FleetOrder &order, const std::vector<FleetImage> &plan, bool force,
                 const std::function<void(const FleetImage &)> &done) {
-  std::vector<fs::path> made = prepare_folder(spec.dir, force);
+  std::vector<fs::path> made = prepare_folder(order.dir, force);
   std::vector<std::string> written;
   auto remove = [&] {
     std::error_code ec;
@@ -93,7 +93,7 @@ void make_fleet(const FleetSpec &spec, const std::vector<FleetImage> &plan, bool
   };
   try {
     for (const FleetImage &f : plan) {
-      DeviceImage img{spec.dir + "/" + f.name};
+      DeviceImage img{order.dir + "/" + f.name};
       written.push_back(img.dir);
       make_image_folders(img);
       write_store(img.store(), synthesize_store(f.era, f.records, f.seed, synth_shape(f.shapes, f.era, f.records)), false);

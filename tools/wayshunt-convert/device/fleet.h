@@ -14,7 +14,7 @@
 
 namespace wsc {
 
-struct FleetSpec {
+struct FleetOrder {
   std::string dir;
   size_t images = 0;
   size_t min_records = 1, max_records = 1;
@@ -34,14 +34,14 @@ struct FleetImage {
 // range, shapes by the seed. The first images bring one new shape each
 // until every shape the fleet's eras can have was shown; later ones take
 // one or more at random.
-std::vector<FleetImage> plan_fleet(const FleetSpec &spec);
+std::vector<FleetImage> plan_fleet(const FleetOrder &order);
 
-// Writes the planned images below spec.dir, calling done after each. The
+// Writes the planned images below order.dir, calling done after each. The
 // folder is made when missing and taken when empty; with force, a folder
 // that holds only img-* folders is emptied first; any other is refused. On
 // a failure the images made are removed, and the folders this call made.
 // Throws ToolError.
-void make_fleet(const FleetSpec &spec, const std::vector<FleetImage> &plan, bool force,
+void make_fleet(const FleetOrder &order, const std::vector<FleetImage> &plan, bool force,
                 const std::function<void(const FleetImage &)> &done);
 
 }  // namespace wsc
