@@ -87,6 +87,16 @@ const Case kCases[] = {
     {"gen", {{"dump", "@/s32"}, {"dump", "@/s41"}, {"dump", "@/s42"}, {"gen", "--era", "4.2", "--records", "40", "--seed", "3", "@/again"},
              {"diff", "--quiet", "@/s42", "@/again"}, {"gen", "--era", "4.2", "--records", "40", "--seed", "4", "@/other"},
              {"diff", "--quiet", "@/s42", "@/other"}, {"gen", "--era", "4.1", "--records", "3", "@/new/deeper"}}},
+    // A fleet of images, every shape among the first five; a fleet is replaced only with --force, and nothing else ever.
+    {"gen_fleet", {{"gen", "--fleet", "@/fleet", "--images", "10", "--records", "30..60", "--seed", "3"}, {"info", "@/fleet/img-03/mnt/kvs"},
+                   {"gen", "--fleet", "@/fleet", "--images", "2", "--records", "40", "--eras", "4.2"},
+                   {"gen", "--force", "--fleet", "@/fleet", "--images", "2", "--records", "40", "--eras", "4.2"},
+                   {"gen", "--force", "--fleet", "@/full", "--images", "2", "--records", "40"},
+                   {"gen", "--fleet", "@/new", "--records", "40"}, {"gen", "--fleet", "@/new", "--images", "2", "--records", "5..2"},
+                   {"gen", "--fleet", "@/new", "--images", "2", "--records", "40", "--era", "3.2"},
+                   {"gen", "--era", "3.2", "--records", "10..20", "@/new"}, {"gen", "--records", "10", "@/new"},
+                   // A failing write removes the images made before it, and the folder it made.
+                   {"PLAT_FAULTS=kvs_open:3", "gen", "--fleet", "@/new/fleet", "--images", "4", "--records", "30..40"}}},
     {"load", {{"load", "@/s32.json", "@/r32.mdb"}, {"diff", "--quiet", "@/s32", "@/r32.mdb"}, {"load", "@/s41.json", "@/r41.mdb"},
               {"diff", "--quiet", "@/s41", "@/r41.mdb"}, {"load", "@/s42.json", "@/new/other/r42.mdb"},
               {"diff", "--quiet", "@/s42", "@/new/other/r42.mdb"}, {"load", "-", "@/f.mdb", "<@/fixture.json"},

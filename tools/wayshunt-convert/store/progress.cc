@@ -34,6 +34,13 @@ void Progress::note(size_t done, std::string text) {
   draw(done);
 }
 
+void Progress::clear() {
+  if (!shown_) return;
+  std::fputs("\r\033[K", stderr);
+  std::fflush(stderr);
+  last_permille_ = -1;
+}
+
 void Progress::draw(size_t done) {
   constexpr int kWidth = 30;
   int filled = total_ ? static_cast<int>(done * kWidth / total_) : kWidth;

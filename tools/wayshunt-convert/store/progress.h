@@ -18,6 +18,9 @@ class Progress {
   void update(size_t done);
   // Text shown after the counts, e.g. "2 failed, about 1m10s left".
   void note(size_t done, std::string text);
+  // Erases a shown bar, so that a line can be printed in its place; the
+  // next update draws it again.
+  void clear();
 
  private:
   void draw(size_t done);

@@ -93,7 +93,7 @@ std::string temp_url(const std::string &url) {
 }
 
 void fill(kvs_service_t handle, const Records &records, bool progress) {
-  Progress bar("writing", records.size());
+  Progress bar("writing", progress ? records.size() : 0);  // none at all without progress
   for (size_t i = 0; i < records.size(); ++i) {
     if (g_interrupted) throw ToolError("interrupted; no store was written");
     const Record &r = records[i];
@@ -104,7 +104,7 @@ void fill(kvs_service_t handle, const Records &records, bool progress) {
     if (retcode_t rc = kvs_store(handle, KVS_STORE_REPLACE, &key, &value))
       throw ToolError("cannot store record " + std::to_string(i) + " (" + type_label(r.type()) + ", key " +
                       to_hex(r.key) + "): " + why(rc) + "; " + kWriteAdvice);
-    if (progress) bar.update(i + 1);
+    bar.update(i + 1);
   }
 }
 

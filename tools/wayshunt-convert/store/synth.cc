@@ -19,13 +19,18 @@
 //     repairs; 4.2 entries carry only combinations the repair leaves;
 //   - slot_num follows the interface (255 without a slot); in 4.1 one
 //     entry in ten has a stale 0, which the upgrade refills.
+// A shape's entries come before the typical ones and take their place in
+// the count: a chain is groups of the era's mixes with both flags, all of
+// one target; a big group repeats the era's longest mix without them.
 #include "store/synth.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <unordered_set>
 
 #include "if_index.h"
+#include "store/rng.h"
 #include "wayshunt.h"
 
 namespace wsc {
@@ -35,22 +40,31 @@ namespace {
 constexpr uint8_t kLineCards[] = {1, 2, 3, 4, 7, 8, 9, 10};
 constexpr int32_t kVsans[] = {1, 10, 20, 100, 200};
 
-// splitmix64: small, fast and the same on every platform.
-class Rng {
- public:
-  explicit Rng(uint64_t seed) : s_(seed) {}
-  uint64_t next() {
-    uint64_t z = (s_ += 0x9e3779b97f4a7c15ull);
-    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
-    z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
-    return z ^ (z >> 31);
-  }
-  uint32_t below(uint32_t n) { return static_cast<uint32_t>(next() % n); }
-  bool chance(uint32_t percent) { return below(100) < percent; }
-
- private:
-  uint64_t s_;
+// The PHYSICAL/VIRTUAL mixes of the ISL groups typical of each era, by
+// letter: P physical, V virtual, B both, N neither.
+constexpr const char *kPatterns[3][9] = {
+    {"P", "PV", "PVV", "V", "VV", "N", "BV", "PN", "V"},     // 3.2: partners to find or make
+    {"B", "BP", "PB", "BB", "BBP", "BPB", "PV", "P", "V"},  // 4.1: both flags to resolve
+    {"P", "PV", "PVV", "PP", "P", "PV", "V", "PV", "P"},    // 4.2: resolved
 };
+
+bool has_both(const char *pattern) { return std::strchr(pattern, 'B') != nullptr; }
+
+// The era's mixes with both flags (none in 4.2).
+std::vector<const char *> chain_patterns(Era era) {
+  std::vector<const char *> out;
+  for (const char *p : kPatterns[static_cast<int>(era)])
+    if (has_both(p)) out.push_back(p);
+  return out;
+}
+
+// The era's longest mix without both flags, which a big group repeats.
+std::string big_group_pattern(Era era) {
+  std::string best;
+  for (const char *p : kPatterns[static_cast<int>(era)])
+    if (!has_both(p) && std::strlen(p) > best.size()) best = p;
+  return best;
+}
 
 wwn_t make_wwn(const uint8_t (&prefix)[4], uint8_t b4, uint32_t serial) {
   wwn_t w;
@@ -82,7 +96,7 @@ struct Host {
 
 class Synth {
  public:
-  Synth(Era era, uint64_t seed) : era_(era), rng_(seed) {}
+  Synth(Era era, uint64_t seed, const SynthShape &shape) : era_(era), rng_(seed), shape_(shape) {}
 
   Records run(size_t count) {
     size_t lc = era_ == Era::v32 ? 0 : std::min<size_t>(std::size(kLineCards), count / 50);
@@ -93,6 +107,7 @@ class Synth {
     for (size_t i = 0; i < hosts; ++i) add_host();
     for (size_t i = 0; i < lc; ++i) add_line_card(kLineCards[i]);
     for (size_t i = 0; i < ft; ++i) add_flow_thru();
+    add_shaped_rw(rw);
     while (rw_made_ < rw) add_rw_group(rw - rw_made_);
     for (size_t i = 0; i < els; ++i) add_els();
     return std::move(out_);
@@ -159,8 +174,8 @@ class Synth {
   // a few virtual interfaces.
   if_index_t any_interface(uint8_t slot) {
     uint32_t r = rng_.below(100);
-    if (r < 12) return IF_INDEX_PORT_CHANNEL(1 + rng_.below(32));
-    if (r < 15) return IF_INDEX_VIRTUAL(1 + rng_.below(64));
+    if (r < shape_.port_channel_percent) return IF_INDEX_PORT_CHANNEL(1 + rng_.below(32));
+    if (r < shape_.port_channel_percent + 3) return IF_INDEX_VIRTUAL(1 + rng_.below(64));
     return IF_INDEX_FC(slot, 1 + rng_.below(48));
   }
 
@@ -220,6 +235,8 @@ class Synth {
       wayshunt_kvs_data_rw_acl_entry_32_t e32;
       std::memset(&e32, 0, sizeof e32);
       std::memcpy(&e32, &e, offsetof(wayshunt_kvs_data_rw_acl_entry_t, slot_num));
+      if (shape_.unused_percent && rng_.chance(shape_.unused_percent))
+        for (uint8 &b : e32.unused) b = static_cast<uint8>(1 + rng_.below(255));
       value = bytes_of(e32);
     } else {
       e.slot_num = slot_num_for(ifx);
@@ -231,11 +248,6 @@ class Synth {
 
   // One group of entries of one target, or one entry off the ISLs.
   void add_rw_group(size_t room) {
-    static const char *const kPatterns[3][9] = {
-        {"P", "PV", "PVV", "V", "VV", "N", "BV", "PN", "V"},          // 3.2: partners to find or make
-        {"B", "BP", "PB", "BB", "BBP", "BPB", "PV", "P", "V"},       // 4.1: both flags to resolve
-        {"P", "PV", "PVV", "PP", "P", "PV", "V", "PV", "P"},         // 4.2: resolved
-    };
     const wwn_t &tgt = target();
     const Host &src = host();
     uint8_t slot = kLineCards[rng_.below(std::size(kLineCards))];
@@ -247,7 +259,12 @@ class Synth {
       add_rw(rw_type(false), tgt, src, side, any_interface(slot));
       return;
     }
-    const char *pattern = kPatterns[static_cast<int>(era_)][rng_.below(9)];
+    add_isl_group(tgt, src, slot, kPatterns[static_cast<int>(era_)][rng_.below(9)], room);
+  }
+
+  // Entries on ISLs of one target, slot and source pair, one per letter of
+  // pattern, at most room of them.
+  void add_isl_group(const wwn_t &tgt, const Host &src, uint8_t slot, const char *pattern, size_t room) {
     for (size_t i = 0; pattern[i] && i < room; ++i) {
       uint32_t side = pattern[i] == 'P' ? WAYSHUNT_ACL_FLAG_PHYSICAL
                       : pattern[i] == 'V' ? WAYSHUNT_ACL_FLAG_VIRTUAL
@@ -255,6 +272,48 @@ class Synth {
                                           : 0;
       add_rw(rw_type(true), tgt, src, WAYSHUNT_ACL_FLAG_ISL | side, IF_INDEX_FC(slot, 1 + rng_.below(48)));
     }
+  }
+
+  uint8_t any_slot() { return kLineCards[rng_.below(std::size(kLineCards))]; }
+
+  // The shape's RW entries, within the rw entries of the store.
+  void add_shaped_rw(size_t rw) {
+    if (std::vector<const char *> mixes = chain_patterns(era_); shape_.chain && !mixes.empty()) {
+      const wwn_t tgt = target();
+      for (size_t both = 0; both < shape_.chain && rw_made_ < rw;) {
+        const char *pattern = mixes[rng_.below(static_cast<uint32_t>(mixes.size()))];
+        const Host src = host();
+        uint8_t slot = any_slot();
+        size_t before = rw_made_;
+        add_isl_group(tgt, src, slot, pattern, rw - rw_made_);
+        both += std::count(pattern, pattern + (rw_made_ - before), 'B');
+      }
+    }
+    if (shape_.big_group && rw_made_ < rw) {
+      std::string mix = big_group_pattern(era_), pattern;
+      while (pattern.size() < shape_.big_group) pattern += mix;
+      pattern.resize(shape_.big_group);
+      const wwn_t tgt = target();
+      const Host src = host();
+      add_isl_group(tgt, src, any_slot(), pattern.c_str(), rw - rw_made_);
+    }
+    for (size_t i = 0; i < shape_.off_layout_keys && rw_made_ < rw; ++i) add_off_layout(i);
+  }
+
+  // An ACL_RW_1 entry under a key of 11 bytes (even i) or 9 (odd i), every
+  // other pair on an ISL.
+  void add_off_layout(size_t i) {
+    bool isl = i / 2 % 2 == 0;
+    const wwn_t tgt = target();
+    const Host src = host();
+    uint8_t slot = any_slot();
+    if_index_t ifx = isl ? IF_INDEX_FC(slot, 1 + rng_.below(48)) : any_interface(slot);
+    add_rw(WAYSHUNT_KVS_KEY_ACL_RW_1, tgt, src, WAYSHUNT_ACL_FLAG_PHYSICAL | (isl ? WAYSHUNT_ACL_FLAG_ISL : 0), ifx);
+    Bytes &key = out_.back().key;
+    if (i % 2 == 0)
+      key.push_back(static_cast<uint8_t>(rng_.next()));
+    else
+      key.pop_back();
   }
 
   void add_els() {
@@ -279,6 +338,7 @@ class Synth {
 
   Era era_;
   Rng rng_;
+  SynthShape shape_;
   std::vector<wwn_t> targets_;
   std::vector<Host> hosts_;
   std::unordered_set<std::string> flow_keys_;
@@ -290,6 +350,33 @@ class Synth {
 
 }  // namespace
 
-Records synthesize_store(Era era, size_t count, uint64_t seed) { return Synth(era, seed).run(count); }
+Records synthesize_store(Era era, size_t count, uint64_t seed, const SynthShape &shape) {
+  return Synth(era, seed, shape).run(count);
+}
+
+bool shape_fits_era(ShapeBit shape, Era era) {
+  if (shape == kLongChains) return !chain_patterns(era).empty();
+  if (shape == kUnusedBytes) return era == Era::v32;
+  return true;
+}
+
+SynthShape synth_shape(unsigned shapes, Era era, size_t count) {
+  SynthShape s;
+  const size_t rw = count * 55 / 100;  // about the RW entries of run()
+  auto has = [&](ShapeBit b) { return (shapes & b) && shape_fits_era(b, era); };
+  if (has(kLongChains)) s.chain = std::min(rw / 4, std::clamp<size_t>(rw / 5, 24, 300));
+  if (has(kBigGroup)) s.big_group = std::min(rw / 3, std::clamp<size_t>(rw / 8, 200, 800));
+  if (has(kOffLayoutKeys)) s.off_layout_keys = std::min<size_t>(rw / 4, 8);
+  if (has(kUnusedBytes)) s.unused_percent = 20;
+  if (has(kPortChannels)) s.port_channel_percent = 60;
+  return s;
+}
+
+std::string shape_list(unsigned shapes) {
+  std::string out;
+  for (unsigned i = 0; i < kShapeCount; ++i)
+    if (shapes & (1u << i)) out += (out.empty() ? "" : ",") + std::string(kShapeNames[i]);
+  return out.empty() ? "typical" : out;
+}
 
 }  // namespace wsc
