@@ -11,7 +11,7 @@ namespace wsc {
 
 namespace {
 
-constexpr double kLabelWidth = 150, kBarSpan = 260, kFigureWidth = 64;
+constexpr double kLabelWidth = 130, kBarSpan = 230, kFigureWidth = 56;
 constexpr double kRowHeight = 24, kBarHeight = 8, kLegendHeight = 20;
 
 std::string cut(const std::string &label, size_t max) {

@@ -53,10 +53,10 @@ td.cell a{display:block;padding:6px 4px;color:inherit;text-decoration:none}
 td.cell a:hover{outline:2px solid #102a43;border-radius:4px}
 td.cell.none{background:#e4e7eb;color:#7b8794;font-weight:400}
 td.error{background:#fff3f3;color:#8a1c1c;border:1px dashed #ef4e4e;border-radius:4px;padding:6px 10px;font-size:12px}
-.moves{display:grid;grid-template-columns:repeat(auto-fill,minmax(600px,1fr));gap:16px}
-.move{border:1px solid #d9e2ec;border-radius:8px;padding:12px 14px}
-.move h3{margin:0 0 4px}
-.charts{display:flex;flex-wrap:wrap;gap:12px;align-items:flex-start}
+.moves{display:grid;gap:16px}
+.move-card{border:1px solid #d9e2ec;border-radius:8px;padding:12px 14px}
+.move-card h3{margin:0 0 4px}
+.charts{display:flex;flex-wrap:wrap;gap:12px 28px;align-items:flex-start}
 .charts figure{margin:0}
 .charts figcaption{font-size:12px;color:#627d98;margin-bottom:2px}
 svg text{font-size:11px;fill:#334e68}

@@ -161,7 +161,7 @@ void move_section(std::string &out, const Json &doc, const Grid &g, size_t col, 
   for (size_t row = 0; row < g.images.size(); ++row)
     if (const Json *c = g.at(row, col)) cells.push_back(c);
   const std::string label = move_label(g.moves[col]);
-  out += "<div class=\"move\" id=\"m" + std::to_string(col) + "\"><h3>" + html_escape(label) + "</h3>";
+  out += "<div class=\"move-card\" id=\"m" + std::to_string(col) + "\"><h3>" + html_escape(label) + "</h3>";
   // The worst outcome among the move's cells colours its path.
   std::vector<std::string> order;
   for (const Json &o : member(doc, "outcomes")) order.push_back(o.is_string() ? o.get<std::string>() : "");
@@ -172,7 +172,7 @@ void move_section(std::string &out, const Json &doc, const Grid &g, size_t col, 
     ++tally[o];
     worst = std::max(worst, static_cast<size_t>(std::find(order.begin(), order.end(), o) - order.begin()) + 1);
   }
-  out += "<p class=\"muted\">" + group_digits(static_cast<int64_t>(cells.size())) + " images";
+  out += "<p class=\"muted\">" + group_digits(static_cast<int64_t>(cells.size())) + (cells.size() == 1 ? " image" : " images");
   for (const std::string &o : order)
     if (tally[o]) out += " · " + html_escape(o) + " " + group_digits(static_cast<int64_t>(tally[o]));
   out += "</p>";
