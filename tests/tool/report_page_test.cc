@@ -163,7 +163,10 @@ std::string check_page(const Json &doc, size_t max_bytes) {
   EXPECT_FALSE(std::regex_search(html, std::regex(R"(<script|<[^>]+\s(src=|href="[^#])|url\(|@import)", std::regex::icase)));
 
   tooltest::BrowserPage page = tooltest::load_in_browser(path);
-  EXPECT_EQ(page.error, "");
+  if (!page.error.empty()) {
+    ADD_FAILURE() << page.error;
+    return "";
+  }
   EXPECT_TRUE(page.console.empty()) << page.console.front();
   // A bound against a hang or a page that grew heavy, not a benchmark: the
   // figure includes the browser's start (some 0.5 s here).
