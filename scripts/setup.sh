@@ -11,6 +11,7 @@ packages=(
   nlohmann-json3-dev           # JSON
   clang libclang-rt-dev        # fuzzing harnesses (libFuzzer)
   groff-base bsdextrautils     # the install test renders the manual pages (nroff, col)
+  chromium                     # the rehearsal report's page is loaded headless in a test
 )
 
 missing=()
