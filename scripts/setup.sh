@@ -5,6 +5,7 @@ set -euo pipefail
 
 packages=(
   cmake g++ make pkg-config    # build
+  libxml2-utils                # the rehearsal tests validate its JUnit XML (xmllint)
   googletest libgtest-dev libgmock-dev  # tests
   liblmdb-dev                  # runtime store stand-in
   libcli11-dev                 # command-line parsing

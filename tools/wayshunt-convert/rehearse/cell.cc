@@ -4,6 +4,7 @@
 #include "rehearse/cell.h"
 
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -168,8 +169,12 @@ Json rehearse_cell(ConversionLibrary &lib, const ImageInput &image, const Record
       failed = true, failure = leg + e.what();
       break;
     }
-    if (v.interrupted) throw ToolError("interrupted", 128 + v.interrupted);
     legs.push_back(leg_json(from, to, v.doc, ""));
+    if (v.interrupted) {  // a signal from elsewhere: the rehearsal's own stop ends the worker at once
+      failed = true, failure = leg + "the move was interrupted by signal " + std::to_string(v.interrupted) + " (" +
+                               strsignal(v.interrupted) + ")";
+      break;
+    }
     for (const Json &item : v.doc["forecast"]["items"])
       if (item["class"] == "lost") {
         lost.push_back(item_line(item, leg));

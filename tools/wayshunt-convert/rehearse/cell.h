@@ -33,8 +33,8 @@ Json store_counts(const Records &records);
 
 // Runs the move on a copy of the image (a device image) made in work, a
 // folder that must not exist and is removed after; before is the image's
-// store. Throws only what stops the whole
-// rehearsal (an interruption: ToolError with status 128 + the signal).
+// store. A leg that cannot run (its era refused, a copy that fails) or is
+// interrupted fails the cell; only reading the stores throws (ToolError).
 Json rehearse_cell(ConversionLibrary &lib, const ImageInput &image, const Records &before, const MovePlan &move,
                    const CellOptions &o, const std::string &work);
 

@@ -134,7 +134,6 @@ void rehearse_image(ConversionLibrary &lib, const ImageInput &img, const std::ve
       say(report, std::string("cell ") + (cell["failure"].get<std::string>().empty() ? "passed" : "failed"));
     }
   } catch (const ToolError &e) {
-    if (e.status() > 128) return;  // interrupted: the parent tells it
     entry["error"] = e.what();
     write_json_file(image_file(root, img.index), entry);
   }
@@ -215,7 +214,7 @@ class Workers {
   // Runs every image; returns the signal that stopped it, or 0.
   int run() {
     size_t next = 0;
-    while (next < images_.size() || !running_.empty()) {
+    while ((!g_stop && next < images_.size()) || !running_.empty()) {
       if (g_stop) stop_all();
       while (!g_stop && running_.size() < o_.jobs && next < images_.size()) {
         const ImageInput &img = images_[next++];
