@@ -165,8 +165,10 @@ Json rehearse_cell(ConversionLibrary &lib, const ImageInput &image, const Record
       v = run_move(mo, lib, image_at(copy.dir, true), quiet);
     } catch (const ToolError &e) {
       if (e.status() > 128) throw;
-      legs.push_back(leg_json(from, to, Json::object(), e.what()));
-      failed = true, failure = leg + e.what();
+      std::string why = e.what();  // named by the image, not by the rehearsal's temporary folder
+      for (size_t at; (at = why.find(copy.dir)) != std::string::npos;) why.replace(at, copy.dir.size(), "(copy of " + image.name + ")");
+      legs.push_back(leg_json(from, to, Json::object(), why));
+      failed = true, failure = leg + why;
       break;
     }
     legs.push_back(leg_json(from, to, v.doc, ""));
