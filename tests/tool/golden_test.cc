@@ -133,7 +133,16 @@ const Case kCases[] = {
                        {"verify", "--era", "3.2", "--after-upgrade", "@/s32"}, {"dump", "@/notes.txt"}, {"dump", "@/missing.mdb"},
                        {"dump", "@/junk.mdb"}, {"dump", "nonvolatile:nodir"}, {"diff", "@/s32", "@/nothere.mdb"}}},
     {"help", {{"--help"}, {"dump", "--help"}, {"info", "--help"}, {"load", "--help"}, {"diff", "--help"}, {"gen", "--help"},
-              {"verify", "--help"}, {"run", "--help"}, {"service", "--help"}, {"demo", "--help"}, {"log", "--help"}}},
+              {"verify", "--help"}, {"run", "--help"}, {"service", "--help"}, {"demo", "--help"}, {"log", "--help"},
+              {"rehearse", "--help"}}},
+    // A rehearsal's arguments refused, then one move and a round trip on a bare store.
+    {"rehearse_args",
+     {{"rehearse", "@/s32"}, {"rehearse", "--move", "4.2(1)", "@/s32"}, {"rehearse", "--move", "4.2(1)->4.2(1)", "@/s32"},
+      {"rehearse", "--move", "3.2(1)->4.2(1)->4.1(3)", "@/s32"}, {"rehearse", "--ladder", "--shard", "3/2", "@/s32"},
+      {"rehearse", "--ladder", "--allow-loss", "BOGUS", "@/s32"}, {"rehearse", "--ladder", "@/nothing"},
+      {"rehearse", "--merge", "@/s32"},
+      {"rehearse", "--move", "3.2(1)->4.2(1)", "--move", "3.2(1)->4.2(1)->3.2(1)", "--quiet", "--out", "@/reh", "@/s32"},
+      {"rehearse", "--ladder", "--out", "@/reh", "@/s32"}}},
     // Added, removed and changed records, flags set and cleared, with and without colour.
     {"diff", {{"load", "@/fixture.json", "@/a.mdb"}, edit("ISL\\|PHYSICAL([\\s\\S]*)6101", "ISL|PGM_BUSY$016102"),
               {"load", "@/edited.json", "@/b.mdb"}, {"diff", "--json", "@/a.mdb", "@/b.mdb"},
@@ -220,7 +229,7 @@ std::map<std::string, std::string> tree(const std::string &dir) {
 
 // Commands that may change files: all but refused ones, reading ones and dry runs.
 bool may_write(const Args &a, int status) {
-  static const Args writers = {"gen", "load", "run", "demo", "service"};
+  static const Args writers = {"gen", "load", "run", "demo", "service", "rehearse"};
   return status != 2 && !a.empty() && std::count(writers.begin(), writers.end(), a[0]) &&
          !std::count(a.begin(), a.end(), "--dry-run");
 }

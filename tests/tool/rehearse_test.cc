@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <thread>
 
@@ -67,11 +68,21 @@ std::set<std::string> damaged_keys(const Json &findings_or_lines) {
   return keys;
 }
 
+// Every file below dir with its bytes.
+std::map<std::string, std::string> files_of(const std::string &dir) {
+  std::map<std::string, std::string> files;
+  for (const auto &e : fs::recursive_directory_iterator(dir))
+    if (e.is_regular_file()) files[e.path().string()] = testsupport::read_file(e.path().string());
+  return files;
+}
+
 TEST(Rehearse, LadderOnAFleetAgreesInEveryOutput) {
   TempDir dir;
-  std::string out = dir / "out";
-  tooltest::Run r = tooltest::run_tool({"rehearse", "--ladder", "--quiet", "-j", "2", "--out", out, fleet(dir)});
+  std::string out = dir / "out", f = fleet(dir);
+  auto images = files_of(f);
+  tooltest::Run r = tooltest::run_tool({"rehearse", "--ladder", "--quiet", "-j", "2", "--out", out, f});
   ASSERT_EQ(r.status, 0) << r.out << r.err;
+  EXPECT_TRUE(files_of(f) == images) << "the images changed";
   Json doc = json_of(out + "/rehearsal.json");
   ASSERT_EQ(doc["images"].size(), 3u);
   EXPECT_EQ(doc["cells"].size(), 15u);  // per image: 3 moves and 2 round trips

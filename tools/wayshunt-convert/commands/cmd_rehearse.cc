@@ -66,7 +66,9 @@ std::string brief(const std::string &failure) { return failure.substr(0, failure
 void tell(const RehearseOptions &o, const std::string &out, const Json &doc) {
   size_t failed = failed_cases(doc), cases = doc["cells"].size();
   for (const Json &img : doc["images"]) cases += !img["error"].get<std::string>().empty();
-  std::cout << "rehearsal: " << doc["images"].size() << " images, " << doc["cells"].size() << " moves, " << failed
+  auto n = [](size_t k, const char *one, const char *many) { return std::to_string(k) + " " + (k == 1 ? one : many); };
+  std::cout << "rehearsal: " << n(doc["images"].size(), "image", "images") << ", " << n(doc["cells"].size(), "move", "moves")
+            << ", " << failed
             << " failed" << (doc["rehearsal"]["interrupted"].get<bool>() ? " (interrupted: the moves that finished)" : "")
             << "\n";
   if (!o.quiet)
