@@ -207,7 +207,8 @@ class Flow {
 
   // The forecast: what the conversion of a copy did, in classes.
   Classified describe(const ConversionOutcome &c, const Records &after, const char *title) {
-    Classified k = classify_changes(before_, after, o_.json ? SIZE_MAX : kShown);
+    Classified k = classify_changes(before_, after, o_.json ? SIZE_MAX : kShown,
+                                    o_.lost_items_only ? std::optional<size_t>(0) : std::nullopt);
     std::string fails = failure_of(c);
     out_ << title << (faulted_ ? ", with the fault rules): " : "): ");
     if (o_.quiet) out_ << change_headline(k, move_word(direction_)) << "\n";
@@ -328,6 +329,8 @@ class Flow {
       print_findings(a, kShown, out_);
     }
     out_ << "audit: " << verdict_ << "\n";
+    v_.audited = true, v_.as_forecast = a.clean() && !cleaning;
+    v_.store_after = std::move(after);
   }
 
   std::string verdict(const AuditResult &a, const ConversionOutcome &moved, bool unchanged, size_t records) {

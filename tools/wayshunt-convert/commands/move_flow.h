@@ -22,6 +22,7 @@ struct MoveOptions {
   bool trace = false, dry_run = false, json = false, quiet = false, no_audit = false, force = false;
   std::vector<std::string> faults;
   bool history = true;  // append the move to the image's history
+  bool lost_items_only = false;  // the JSON's forecast lists lost items only (every class still counted)
   double wait = 0;      // --wait: seconds to wait for the image's lock
 };
 
@@ -31,6 +32,9 @@ struct MoveVerdict {
   bool damaged = false;      // the audit found damage
   int interrupted = 0;       // the signal (SIGINT, SIGTERM) that cut the move short
   Json doc;                  // everything, for --json and the history
+  bool audited = false;      // the audit ran; then:
+  Records store_after;       //   the store the move left, as the audit read it
+  bool as_forecast = false;  //   and found it equal to the forecast's (no fault rules, a clean audit)
 };
 
 // Runs the move on the image (already checked and loaded as lib) and prints

@@ -3,6 +3,7 @@
 #include "compare/classify.h"
 
 #include <algorithm>
+#include <optional>
 #include <cstring>
 
 #include "compare/store_compare.h"
@@ -62,7 +63,7 @@ ChangeClass both_sides(const Slice &s, const uint8_t *was, const uint8_t *now) {
 
 class Collector {
  public:
-  Collector(Classified &c, size_t keep) : c_(c), keep_(keep) {}
+  Collector(Classified &c, size_t keep, size_t keep_unlost) : c_(c), keep_{keep, keep_unlost, keep_unlost, keep_unlost} {}
 
   // Compares a record before with the one it became.
   void pair(const Record &b, const Record &a) {
@@ -103,7 +104,7 @@ class Collector {
     auto it = c_.by_what[k].find(label_);
     if (it == c_.by_what[k].end()) it = c_.by_what[k].emplace(label_, 0).first;
     ++it->second;
-    if (kept_[k] >= keep_) return;
+    if (kept_[k] >= keep_[k]) return;
     ++kept_[k];
     auto [was, now] = texts();
     c_.items.push_back({cls, b, a, field, was, now});
@@ -155,7 +156,7 @@ class Collector {
 
   Classified &c_;
   std::string label_;
-  size_t keep_;
+  std::array<size_t, kChangeClasses> keep_;
   std::array<size_t, kChangeClasses> kept_{};
   unsigned classes_ = 0;
 };
@@ -192,9 +193,9 @@ const char *class_name(ChangeClass c) {
   return kNames[static_cast<size_t>(c)];
 }
 
-Classified classify_changes(const Records &before, const Records &after, size_t keep) {
+Classified classify_changes(const Records &before, const Records &after, size_t keep, std::optional<size_t> keep_unlost) {
   Classified c;
-  Collector col(c, keep);
+  Collector col(c, keep, keep_unlost.value_or(keep));
   std::vector<bool> matched(after.size());
   std::vector<const Record *> removed;
   size_t i = 0, j = 0;

@@ -20,6 +20,7 @@
 #include <cstddef>
 #include <iosfwd>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -52,9 +53,11 @@ struct Classified {
 };
 
 // Classifies the change from before to after (both in key order; they must
-// outlive the result). keep: items kept per class, with their texts; every
-// item is counted.
-Classified classify_changes(const Records &before, const Records &after, size_t keep = SIZE_MAX);
+// outlive the result). keep: items kept per class, with their texts;
+// keep_unlost, when given, the items kept of the classes other than lost.
+// Every item is counted.
+Classified classify_changes(const Records &before, const Records &after, size_t keep = SIZE_MAX,
+                            std::optional<size_t> keep_unlost = std::nullopt);
 
 // "this upgrade loses information: 3 records (ACL_RW_1 value.unused 3)",
 // "this downgrade loses nothing of the store: ...", "this move changes no

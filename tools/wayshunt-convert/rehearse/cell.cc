@@ -62,24 +62,35 @@ Json leg_json(const std::string &from, const std::string &to, const Json &doc, c
           {"audit", stopped.empty() ? text("audit", "verdict") : Json("not run: " + stopped)}};
 }
 
+// The key each record of the store a round trip's first move left had
+// before it, where the move changed it (a widened or narrowed key), by key
+// hex; wanted only when the second move's forecast (leg2) loses something.
+std::map<std::string, std::string> key_origins(const Records &before, const Records &after, const Json &leg2) {
+  std::map<std::string, std::string> origin;
+  bool loses = false;
+  for (const Json &item : leg2["forecast"]["items"]) loses = loses || item["class"] == "lost";
+  if (!loses) return origin;
+  Classified k = classify_changes(before, after);
+  for (const ChangeItem &item : k.items)
+    if (item.before && item.after && item.before->key != item.after->key)
+      origin.emplace(to_hex(item.after->key), to_hex(item.before->key));
+  return origin;
+}
+
 // What a round trip brought back, by key type: records equal byte for
 // byte, changed (a field, or the key's form), gone (deleted) or new; and the
 // records whose information the trip lost that no forecast of it called
-// lost. A record of the second leg's store before is traced back through the
-// first leg's forecast, which names the key each reshaped record took.
-Json trip_json(const Records &before, const Records &after, const std::vector<Json> &docs) {
+// lost. A lost item of the second leg's forecast names a record of the store
+// the first leg left, traced back by origin.
+Json trip_json(const Records &before, const Classified &k, const std::vector<Json> &docs,
+               const std::map<std::string, std::string> &origin) {
   std::set<std::string> called_lost;
-  std::map<std::string, std::string> origin;  // key after the first leg -> key before it
-  for (const Json &item : docs[0]["forecast"]["items"]) {
-    if (item["class"] == "lost") called_lost.insert(item["key"].get<std::string>());
-    if (item.contains("key_after")) origin[item["key_after"].get<std::string>()] = item["key"].get<std::string>();
-  }
-  for (const Json &item : docs[1]["forecast"]["items"])
-    if (item["class"] == "lost") {
-      auto it = origin.find(item["key"].get<std::string>());
-      called_lost.insert(it == origin.end() ? item["key"].get<std::string>() : it->second);
-    }
-  Classified k = classify_changes(before, after);
+  for (size_t leg = 0; leg < docs.size(); ++leg)
+    for (const Json &item : docs[leg]["forecast"]["items"])
+      if (item["class"] == "lost") {
+        auto it = leg ? origin.find(item["key"].get<std::string>()) : origin.end();
+        called_lost.insert(it == origin.end() ? item["key"].get<std::string>() : it->second);
+      }
   std::map<const Record *, const char *> fate;  // records of before with an item
   std::set<const Record *> unforecast;
   for (const ChangeItem &item : k.items) {
@@ -104,6 +115,11 @@ Json trip_json(const Records &before, const Records &after, const std::vector<Js
   return {{"by_type", by_type}, {"gone_as_forecast", missed.empty()}, {"unforecast", missed}};
 }
 
+Json counts_json(const Classified &k) {
+  return {{"lost", k.records[0]}, {"repaired", k.records[1]}, {"reshaped", k.records[2]}, {"new", k.records[3]},
+          {"unchanged", k.unchanged}};
+}
+
 // Lost items of key types --allow-loss does not name: "ACL_RW_1 (3)".
 std::string losses_not_allowed(const Json &lost_types, const CellOptions &o) {
   std::string out;
@@ -112,14 +128,16 @@ std::string losses_not_allowed(const Json &lost_types, const CellOptions &o) {
   return out;
 }
 
-std::string outcome_of(bool failed, bool damaged, const Classified &k, const Json &trip) {
+std::string outcome_of(bool failed, bool damaged, const Json &counts, const Json &trip) {
   if (failed) return "failed";
   if (damaged) return "damage";
   bool gone = false;
   if (trip.is_object())
     for (const auto &[type, c] : trip["by_type"].items()) gone = gone || c["gone"].get<size_t>() > 0;
-  if (k.loses() || gone) return "losses";
-  return k.changed ? "changes" : "clean";
+  if (counts["lost"].get<size_t>() > 0 || gone) return "losses";
+  for (const char *c : {"repaired", "reshaped", "new"})
+    if (counts[c].get<size_t>() > 0) return "changes";
+  return "clean";
 }
 
 }  // namespace
@@ -136,8 +154,8 @@ Json store_counts(const Records &records) {
   return {{"records", records.size()}, {"by_type", by_type}, {"by_slot", by_slot}};
 }
 
-Json rehearse_cell(ConversionLibrary &lib, const ImageInput &image, const Records &before, const MovePlan &move,
-                   const CellOptions &o, const std::string &work) {
+Json rehearse_cell(ConversionLibrary &lib, const ImageInput &image, const Records &before, const Json &before_counts,
+                   const MovePlan &move, const CellOptions &o, const std::string &work) {
   auto start = std::chrono::steady_clock::now();
   struct Cleanup {
     std::string dir;
@@ -149,6 +167,8 @@ Json rehearse_cell(ConversionLibrary &lib, const ImageInput &image, const Record
   DeviceImage copy = copy_image(image_at(image.path, true), work);
   Json legs = Json::array(), lost = Json::array(), damaged_items = Json::array(), lost_types = Json::object();
   std::vector<Json> docs;
+  Records mid, after;  // the stores after a round trip's first leg, and after the last leg
+  bool have_after = false, as_forecast = false;
   bool failed = false, damaged = false;
   std::string failure;
   for (size_t i = 0; i + 1 < move.path.size() && !failed; ++i) {
@@ -158,7 +178,7 @@ Json rehearse_cell(ConversionLibrary &lib, const ImageInput &image, const Record
     mo.from = from, mo.to = to, mo.image = copy.dir, mo.library = lib.path(), mo.faults = o.faults;
     // A round trip's way back starts from the release its first move
     // entered, whatever the forms the library left there.
-    mo.json = true, mo.quiet = true, mo.history = false, mo.force = o.force || i > 0;
+    mo.json = true, mo.quiet = true, mo.history = false, mo.force = o.force || i > 0, mo.lost_items_only = true;
     std::ostream quiet(nullptr);
     MoveVerdict v;
     try {
@@ -189,10 +209,21 @@ Json rehearse_cell(ConversionLibrary &lib, const ImageInput &image, const Record
       failure = leg + verdict + (damaged_items.empty() ? "" : "; first: " + damaged_items[0].get<std::string>());
     failed = failed || !v.statuses_ok, damaged = damaged || v.damaged;
     docs.push_back(std::move(v.doc));
+    as_forecast = v.as_forecast;
+    if (i == 0 && move.round_trip()) mid = std::move(v.store_after);
+    else if (v.audited) after = std::move(v.store_after), have_after = true;
   }
-  Records after = read_store(copy.store());
-  Classified k = classify_changes(before, after, 0);
-  Json trip = move.round_trip() && docs.size() == 2 ? trip_json(before, after, docs) : Json();
+  if (!have_after) after = read_store(copy.store());
+  Json trip, counts;
+  if (move.round_trip() && docs.size() == 2) {
+    Classified k = classify_changes(before, after);
+    trip = trip_json(before, k, docs, key_origins(before, mid, docs[1]));
+    counts = counts_json(k);
+  } else if (as_forecast) {  // the audit found the store equal to the forecast's: its counts hold
+    counts = docs[0]["forecast"]["counts"];
+  } else {
+    counts = counts_json(classify_changes(before, after, 0));
+  }
   if (failure.empty() && trip.is_object() && !trip["gone_as_forecast"].get<bool>())
     failure = std::to_string(trip["unforecast"].size()) + " records lost on the round trip that no forecast called lost; first: " +
               trip["unforecast"][0].get<std::string>();
@@ -203,14 +234,12 @@ Json rehearse_cell(ConversionLibrary &lib, const ImageInput &image, const Record
                {"move", move.label()},
                {"path", move.path},
                {"round_trip", move.round_trip()},
-               {"outcome", outcome_of(failed, damaged, k, trip)},
+               {"outcome", outcome_of(failed, damaged, counts, trip)},
                {"failure", failure},
                {"seconds", 0},
-               {"before", store_counts(before)},
+               {"before", before_counts},
                {"after", store_counts(after)},
-               {"counts",
-                {{"lost", k.records[0]}, {"repaired", k.records[1]}, {"reshaped", k.records[2]}, {"new", k.records[3]},
-                 {"unchanged", k.unchanged}}},
+               {"counts", counts},
                {"legs", legs},
                {"lost", lost},
                {"damaged", damaged_items}};

@@ -33,10 +33,10 @@ Json store_counts(const Records &records);
 
 // Runs the move on a copy of the image (a device image) made in work, a
 // folder that must not exist and is removed after; before is the image's
-// store. A leg that cannot run (its era refused, a copy that fails) or is
+// store and before_counts its store_counts. A leg that cannot run (its era refused, a copy that fails) or is
 // interrupted fails the cell; only reading the stores throws (ToolError).
-Json rehearse_cell(ConversionLibrary &lib, const ImageInput &image, const Records &before, const MovePlan &move,
-                   const CellOptions &o, const std::string &work);
+Json rehearse_cell(ConversionLibrary &lib, const ImageInput &image, const Records &before, const Json &before_counts,
+                   const MovePlan &move, const CellOptions &o, const std::string &work);
 
 }  // namespace wsc
 

@@ -125,11 +125,12 @@ void rehearse_image(ConversionLibrary &lib, const ImageInput &img, const std::ve
     std::vector<MovePlan> moves = o.moves.empty() ? ladder_moves(ladder, rung_of_era(ladder, era).release) : o.moves;
     write_json_file(image_file(root, img.index), entry);
     say(report, "plan " + std::to_string(moves.size()));
+    Json counts = store_counts(before);
     CellOptions co = o.cell;
     co.force = mixed;
     for (size_t m = 0; m < moves.size(); ++m) {
       std::string work = root + "/work-" + std::to_string(img.index);
-      Json cell = rehearse_cell(lib, copy, before, moves[m], co, work);
+      Json cell = rehearse_cell(lib, copy, before, counts, moves[m], co, work);
       write_json_file(cell_file(root, img.index, m), cell);
       say(report, std::string("cell ") + (cell["failure"].get<std::string>().empty() ? "passed" : "failed"));
     }
@@ -165,6 +166,7 @@ int start_worker(ConversionLibrary &lib, const ImageInput &img, const std::vecto
       rc = 1;
     }
     std::fflush(nullptr);
+    say(report, "done " + std::to_string(getpid()));  // reaped at once, not at the next poll's time-out
     _exit(rc);
   }
   if (pid > 0) setpgid(pid, pid);  // either side may come first
@@ -244,23 +246,31 @@ class Workers {
       if (n <= 0) break;
       pending_.append(buf, static_cast<size_t>(n));
     }
-    for (size_t nl; (nl = pending_.find('\n')) != std::string::npos; pending_.erase(0, nl + 1))
-      tally_.take(pending_.substr(0, nl));
+    for (size_t nl; (nl = pending_.find('\n')) != std::string::npos; pending_.erase(0, nl + 1)) {
+      std::string line = pending_.substr(0, nl);
+      if (line.rfind("done ", 0) == 0) {
+        int status = 0, pid = std::stoi(line.substr(5));
+        if (waitpid(pid, &status, 0) == pid) ended(pid, status);
+      }
+      tally_.take(line);
+    }
     bar_.note(tally_.images_done, tally_.note(images_.size()));
   }
 
   void reap() {
     int status = 0;
-    for (int pid; (pid = waitpid(-1, &status, WNOHANG)) > 0;) {
-      auto it = running_.find(pid);
-      if (it == running_.end()) continue;
-      if (!(WIFEXITED(status) && WEXITSTATUS(status) == 0))
-        ended_early_[it->second] = WIFSIGNALED(status) ? std::string("signal ") + std::to_string(WTERMSIG(status)) + " (" +
-                                                              strsignal(WTERMSIG(status)) + ")"
-                                                        : "exit status " + std::to_string(WEXITSTATUS(status));
-      running_.erase(it);
-      ++tally_.images_done;
-    }
+    for (int pid; (pid = waitpid(-1, &status, WNOHANG)) > 0;) ended(pid, status);
+  }
+
+  void ended(int pid, int status) {
+    auto it = running_.find(pid);
+    if (it == running_.end()) return;
+    if (!(WIFEXITED(status) && WEXITSTATUS(status) == 0))
+      ended_early_[it->second] = WIFSIGNALED(status) ? std::string("signal ") + std::to_string(WTERMSIG(status)) + " (" +
+                                                            strsignal(WTERMSIG(status)) + ")"
+                                                      : "exit status " + std::to_string(WEXITSTATUS(status));
+    running_.erase(it);
+    ++tally_.images_done;
   }
 
   ConversionLibrary &lib_;

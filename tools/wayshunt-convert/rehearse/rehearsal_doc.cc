@@ -117,7 +117,7 @@ void write_outputs(const std::string &dir, const Json &doc) {
     throw ToolError(dir + " already holds a rehearsal; give another --out");
   fs::create_directories(dir, ec);
   if (ec) throw ToolError("cannot create " + dir + ": " + ec.message());
-  write_file(dir + "/rehearsal.json", doc.dump(1) + "\n");
+  write_file(dir + "/rehearsal.json", doc.dump() + "\n");
   write_file(dir + "/report.html", rehearsal_html(doc));
   write_file(dir + "/junit.xml", junit_xml(doc));
 }
