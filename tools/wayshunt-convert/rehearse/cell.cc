@@ -240,10 +240,10 @@ Json rehearse_cell(ConversionLibrary &lib, const ImageInput &image, const Record
                {"before", before_counts},
                {"after", store_counts(after)},
                {"counts", counts},
-               {"legs", legs},
-               {"lost", lost},
-               {"damaged", damaged_items}};
-  if (trip.is_object()) cell["trip"] = trip;
+               {"legs", std::move(legs)}};
+  cell["lost"] = std::move(lost);  // assigned: a JSON initializer list copies
+  cell["damaged"] = std::move(damaged_items);
+  if (trip.is_object()) cell["trip"] = std::move(trip);
   cell["seconds"] = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   return cell;
 }

@@ -57,12 +57,11 @@ Json rehearsal_doc(Json run, const std::vector<Rung> &ladder, const std::vector<
   std::vector<std::string> given;
   for (const MovePlan &m : moves) given.push_back(m.label());
   run["interrupted"] = result.interrupted != 0;
-  Json doc = {{"rehearsal", run},
-              {"ladder", ladder_json(ladder)},
-              {"moves", moves_json(result.cells, given, ladder)},
-              {"outcomes", kOutcomes},
-              {"images", std::move(result.images)},
-              {"cells", std::move(result.cells)}};
+  // Assigned, not listed: a JSON initializer list copies what it holds.
+  Json doc = {{"rehearsal", run}, {"ladder", ladder_json(ladder)}, {"moves", moves_json(result.cells, given, ladder)},
+              {"outcomes", kOutcomes}};
+  doc["images"] = std::move(result.images);
+  doc["cells"] = std::move(result.cells);
   return doc;
 }
 
@@ -107,8 +106,10 @@ Json merge_docs(const std::vector<Json> &docs) {
     return std::make_pair(order[a["image"].get<std::string>()], column[a["move"].get<std::string>()]) <
            std::make_pair(order[b["image"].get<std::string>()], column[b["move"].get<std::string>()]);
   });
-  return {{"rehearsal", run}, {"ladder", first["ladder"]}, {"moves", moves}, {"outcomes", kOutcomes},
-          {"images", images}, {"cells", cells}};
+  Json doc = {{"rehearsal", run}, {"ladder", first["ladder"]}, {"moves", moves}, {"outcomes", kOutcomes}};
+  doc["images"] = std::move(images);
+  doc["cells"] = std::move(cells);
+  return doc;
 }
 
 void write_outputs(const std::string &dir, const Json &doc) {
