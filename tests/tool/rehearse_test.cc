@@ -110,6 +110,8 @@ TEST(Rehearse, LadderOnAFleetAgreesInEveryOutput) {
   EXPECT_TRUE(page.console.empty()) << page.console.front();
   EXPECT_EQ(count(page.dom, "<td class=\"cell o-"), doc["cells"].size());
   EXPECT_EQ(count(page.dom, "<details "), doc["cells"].size());
+  EXPECT_EQ(count(page.dom, "<td class=\"cell na\""), doc["moves"].size() * 3 - doc["cells"].size());  // other eras' moves
+  EXPECT_EQ(count(page.dom, "not run"), 0u);
 }
 
 // A fault in every move: each one-way cell fails, or passes, as 'run' of the

@@ -112,7 +112,7 @@ std::pair<Era, bool> era_of(const Records &store) {
 void rehearse_image(ConversionLibrary &lib, const ImageInput &img, const std::vector<Rung> &ladder,
                     const FleetOptions &o, const std::string &root, int report) {
   Json entry = {{"name", img.name}, {"path", img.path}, {"index", img.index}, {"records", 0},
-                {"era", nullptr},   {"error", ""},      {"note", ""}};
+                {"era", nullptr},   {"error", ""},      {"note", ""},     {"moves", Json::array()}};
   try {
     ImageInput copy = pristine_copy(img, root + "/image-" + std::to_string(img.index), o.wait);
     Records before = read_store(image_at(copy.path, true).store());
@@ -123,6 +123,7 @@ void rehearse_image(ConversionLibrary &lib, const ImageInput &img, const std::ve
       entry["note"] = "the store fits no one era (" + era_verdict(profile_store(before)) + "); rehearsed as " +
                       era_title(era) + ", as --force would";
     std::vector<MovePlan> moves = o.moves.empty() ? ladder_moves(ladder, rung_of_era(ladder, era).release) : o.moves;
+    for (const MovePlan &m : moves) entry["moves"].push_back(m.label());
     write_json_file(image_file(root, img.index), entry);
     say(report, "plan " + std::to_string(moves.size()));
     Json counts = store_counts(before);
@@ -304,7 +305,7 @@ FleetResult rehearse_images(ConversionLibrary &lib, const std::vector<ImageInput
     std::string file = image_file(root.path(), img.index);
     Json entry = fs::exists(file) ? read_json_file(file)
                                   : Json{{"name", img.name}, {"path", img.path}, {"index", img.index}, {"records", 0},
-                                         {"era", nullptr},   {"error", ""},      {"note", ""}};
+                                         {"era", nullptr},   {"error", ""},      {"note", ""},     {"moves", Json::array()}};
     if (entry["error"].get<std::string>().empty() && !r.interrupted && early.count(img.index))
       entry["error"] = "the rehearsal of this image ended early (" + early[img.index] + ")";
     if (entry["error"].get<std::string>().empty() && !fs::exists(file))

@@ -52,6 +52,7 @@ td.cell{min-width:92px;height:30px;text-align:center;border-radius:4px;font-size
 td.cell a{display:block;padding:6px 4px;color:inherit;text-decoration:none}
 td.cell a:hover{outline:2px solid #102a43;border-radius:4px}
 td.cell.none{background:#e4e7eb;color:#7b8794;font-weight:400}
+td.cell.na{background:transparent;color:#cbd2d9;font-weight:400}
 td.error{background:#fff3f3;color:#8a1c1c;border:1px dashed #ef4e4e;border-radius:4px;padding:6px 10px;font-size:12px}
 .moves{display:grid;gap:16px}
 .move-card{border:1px solid #d9e2ec;border-radius:8px;padding:12px 14px}

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -81,12 +82,23 @@ const char *meaning(const std::string &outcome) {
   return it == meanings.end() ? "" : it->second;
 }
 
+// The moves planned for an image (a --ladder rehearsal plans those from its
+// era); every move of the matrix where the image does not list them.
+std::set<std::string> planned(const Json &image, const std::vector<std::string> &moves) {
+  const Json &listed = member(image, "moves");
+  if (!listed.is_array() || listed.empty()) return {moves.begin(), moves.end()};
+  std::set<std::string> out;
+  for (const Json &m : listed)
+    if (m.is_string()) out.insert(m.get<std::string>());
+  return out;
+}
+
 void legend(std::string &out, const Json &doc, const Grid &g) {
   std::map<std::string, size_t> tally;
   for (const auto &[pos, cell] : g.cells) ++tally[text_at(*cell, "outcome")];
   size_t expected = 0;
   for (const Json &image : member(doc, "images"))
-    if (text_at(image, "error").empty()) expected += g.moves.size();
+    if (text_at(image, "error").empty()) expected += planned(image, g.moves).size();
   out += "<ul class=\"legend\">";
   for (const Json &o : member(doc, "outcomes")) {
     std::string name = o.is_string() ? o.get<std::string>() : o.dump();
@@ -122,7 +134,8 @@ void matrix(std::string &out, const Json &doc, const Grid &g) {
     for (size_t col = 0; col < g.moves.size(); ++col) {
       const Json *cell = g.at(row, col);
       if (!cell) {
-        out += "<td class=\"cell none\">not run</td>";
+        out += planned(image, g.moves).count(g.moves[col]) ? "<td class=\"cell none\">not run</td>"
+                                                           : "<td class=\"cell na\" title=\"not a move of this image\">·</td>";
         continue;
       }
       std::string outcome = text_at(*cell, "outcome");
