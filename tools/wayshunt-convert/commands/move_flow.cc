@@ -91,7 +91,7 @@ class Flow {
     auto start = Clock::now();
     direction_ = lib_.direction(o_.from, o_.to);
     if (o_.dry_run || o_.no_audit) {
-      before_ = store_of(img_);
+      take_before();
       check_era();
     }
     if (o_.dry_run) return dry_run();
@@ -118,7 +118,7 @@ class Flow {
     DeviceImage copy = image_copy("forecast");
     if (faulted_) clean_copy_ = image_copy("clean");
     ConversionChild forecasting(lib_, copy, o_.from, o_.to, steps_of(o_.step), with_rules(""));
-    before_ = store_of(img_);
+    take_before();
     check_era();
     std::unique_ptr<ConversionChild> mover = start_move();
     std::unique_ptr<ConversionChild> cleaning;
@@ -137,6 +137,12 @@ class Flow {
   }
 
  private:
+  // The store as it was: the caller's reading, or the image's read now.
+  void take_before() {
+    if (!o_.store_now) read_before_ = store_of(img_);
+    before_ = o_.store_now ? o_.store_now : &read_before_;
+  }
+
   // Refuses a --from whose era the store's forms do not fit.
   // A move cut short on this image: the same move runs again to finish it
   // (its forms may be those between two passes); another needs --force.
@@ -159,7 +165,7 @@ class Flow {
     if (!o_.dry_run && resumes_stopped_move()) return;
     std::optional<Era> era = lib_.era_of_release(o_.from);
     if (!era) return;  // below the ladder: the library converts no stored form from there
-    StoreProfile p = profile_store(before_);
+    StoreProfile p = profile_store(*before_);
     unsigned bit = 1u << era_index(*era);
     v_.doc["store_before"] = {{"records", p.records}, {"fits", era_names(p.fits_moved_down)}};
     if (p.fits_moved_down & bit) {
@@ -207,7 +213,7 @@ class Flow {
 
   // The forecast: what the conversion of a copy did, in classes.
   Classified describe(const ConversionOutcome &c, const Records &after, const char *title) {
-    Classified k = classify_changes(before_, after, o_.json ? SIZE_MAX : kShown,
+    Classified k = classify_changes(*before_, after, o_.json ? SIZE_MAX : kShown,
                                     o_.lost_items_only ? std::optional<size_t>(0) : std::nullopt);
     std::string fails = failure_of(c);
     out_ << title << (faulted_ ? ", with the fault rules): " : "): ");
@@ -261,7 +267,7 @@ class Flow {
     v_.interrupted = sig;
     Records now = store_of(img_);
     StoreProfile p = profile_store(now);
-    Classified k = classify_changes(before_, now, 0);
+    Classified k = classify_changes(*before_, now, 0);
     std::string state = "the store now: " + std::to_string(p.records) + " records in the forms of " + era_verdict(p) +
                         "; against the store as it was, " + change_headline(k, "move").substr(10);
     out_ << "interrupted (" << strsignal(sig) << "): " << state << "\n"
@@ -311,7 +317,7 @@ class Flow {
       reference = &clean_store;
     }
     Records after = store_of(img_);
-    bool unchanged = after == before_ && after != *reference;
+    bool unchanged = after == *before_ && after != *reference;
     AuditInput in{reference, &after, unchanged && !moved.ok(), invariants(), arrived(clean.steps), arrived(moved.steps), {}, {},
                   journal_lines()};
     for (const std::string &path : in.clean_arrived) {
@@ -361,7 +367,7 @@ class Flow {
     Records after = store_of(copy);
     describe(c, after, "forecast (the library's conversion of a copy");
     out_ << "dry run: changes to the runtime store:\n";
-    StoreChanges changes = compare_stores(before_, after);
+    StoreChanges changes = compare_stores(*before_, after);
     v_.doc["store_changes"] = changes_to_json(changes);
     if (o_.quiet)
       print_change_counts(changes, out_);
@@ -403,7 +409,8 @@ class Flow {
   std::ostream &out_;
   bool faulted_;
   Direction direction_ = Direction::none;
-  Records before_, forecast_after_;
+  Records read_before_, forecast_after_;
+  const Records *before_ = &read_before_;  // the store as it was
   ConversionOutcome forecast_;
   DeviceImage clean_copy_;
   std::unique_ptr<TempFolder> temp_;

@@ -23,6 +23,7 @@ struct MoveOptions {
   std::vector<std::string> faults;
   bool history = true;  // append the move to the image's history
   bool lost_items_only = false;  // the JSON's forecast lists lost items only (every class still counted)
+  const Records *store_now = nullptr;  // the image's store as the caller has just read it (else read here)
   double wait = 0;      // --wait: seconds to wait for the image's lock
 };
 

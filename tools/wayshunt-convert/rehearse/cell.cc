@@ -168,7 +168,7 @@ Json rehearse_cell(ConversionLibrary &lib, const ImageInput &image, const Record
   Json legs = Json::array(), lost = Json::array(), damaged_items = Json::array(), lost_types = Json::object();
   std::vector<Json> docs;
   Records mid, after;  // the stores after a round trip's first leg, and after the last leg
-  bool have_after = false, as_forecast = false;
+  bool have_after = false, have_mid = false, as_forecast = false;
   bool failed = false, damaged = false;
   std::string failure;
   for (size_t i = 0; i + 1 < move.path.size() && !failed; ++i) {
@@ -179,6 +179,7 @@ Json rehearse_cell(ConversionLibrary &lib, const ImageInput &image, const Record
     // A round trip's way back starts from the release its first move
     // entered, whatever the forms the library left there.
     mo.json = true, mo.quiet = true, mo.history = false, mo.force = o.force || i > 0, mo.lost_items_only = true;
+    mo.store_now = i == 0 ? &before : have_mid ? &mid : nullptr;  // the copy holds the image's store, then what the first leg left
     std::ostream quiet(nullptr);
     MoveVerdict v;
     try {
@@ -210,7 +211,7 @@ Json rehearse_cell(ConversionLibrary &lib, const ImageInput &image, const Record
     failed = failed || !v.statuses_ok, damaged = damaged || v.damaged;
     docs.push_back(std::move(v.doc));
     as_forecast = v.as_forecast;
-    if (i == 0 && move.round_trip()) mid = std::move(v.store_after);
+    if (i == 0 && move.round_trip()) mid = std::move(v.store_after), have_mid = v.audited;
     else if (v.audited) after = std::move(v.store_after), have_after = true;
   }
   if (!have_after) after = read_store(copy.store());

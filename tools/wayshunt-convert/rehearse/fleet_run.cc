@@ -133,7 +133,8 @@ void rehearse_image(ConversionLibrary &lib, const ImageInput &img, const std::ve
       std::string work = root + "/work-" + std::to_string(img.index);
       Json cell = rehearse_cell(lib, copy, before, counts, moves[m], co, work);
       write_json_file(cell_file(root, img.index, m), cell);
-      say(report, std::string("cell ") + (cell["failure"].get<std::string>().empty() ? "passed" : "failed"));
+      say(report, std::string(cell["failure"].get<std::string>().empty() ? "cell passed " : "cell failed ") +
+                      std::to_string(img.index) + " " + std::to_string(m));
     }
   } catch (const ToolError &e) {
     entry["error"] = e.what();
@@ -188,7 +189,7 @@ struct Tally {
   std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
   void take(const std::string &line) {
     if (line.rfind("plan ", 0) == 0) planned += std::stoul(line.substr(5)), ++planned_images;
-    if (line.rfind("cell ", 0) == 0) ++cells, failed += line == "cell failed";
+    if (line.rfind("cell ", 0) == 0) ++cells, failed += line.rfind("cell failed", 0) == 0;
   }
   std::string note(size_t images) const {
     std::string s = std::to_string(failed) + (failed == 1 ? " move failed" : " moves failed");
@@ -233,6 +234,8 @@ class Workers {
 
   // Why each worker that did not end well ended, by image index.
   const std::map<size_t, std::string> &ended_early() const { return ended_early_; }
+  // The cells read so far, by image index and move.
+  std::map<std::pair<size_t, size_t>, Json> &cells() { return cells_; }
 
  private:
   void stop_all() {
@@ -254,6 +257,9 @@ class Workers {
         if (waitpid(pid, &status, 0) == pid) ended(pid, status);
       }
       tally_.take(line);
+      size_t image = 0, move = 0;
+      if (std::sscanf(line.c_str(), "cell %*s %zu %zu", &image, &move) == 2)  // read while the workers work on
+        cells_[{image, move}] = read_json_file(cell_file(root_, image, move));
     }
     bar_.note(tally_.images_done, tally_.note(images_.size()));
   }
@@ -283,6 +289,7 @@ class Workers {
   int pipe_[2] = {-1, -1};
   std::map<int, size_t> running_;  // pid -> image index
   std::map<size_t, std::string> ended_early_;
+  std::map<std::pair<size_t, size_t>, Json> cells_;
   std::string pending_;
   Tally tally_;
 };
@@ -296,10 +303,12 @@ FleetResult rehearse_images(ConversionLibrary &lib, const std::vector<ImageInput
   StopSignals stops;
   FleetResult r;
   std::map<size_t, std::string> early;
+  std::map<std::pair<size_t, size_t>, Json> cells;
   {
     Workers w(lib, images, ladder, o, root.path());
     r.interrupted = w.run();
     early = w.ended_early();
+    cells = std::move(w.cells());
   }
   for (const ImageInput &img : images) {
     std::string file = image_file(root.path(), img.index);
@@ -310,8 +319,10 @@ FleetResult rehearse_images(ConversionLibrary &lib, const std::vector<ImageInput
       entry["error"] = "the rehearsal of this image ended early (" + early[img.index] + ")";
     if (entry["error"].get<std::string>().empty() && !fs::exists(file))
       entry["error"] = "not rehearsed: the rehearsal was interrupted";
-    for (size_t m = 0; fs::exists(cell_file(root.path(), img.index, m)); ++m)
-      r.cells.push_back(read_json_file(cell_file(root.path(), img.index, m)));
+    for (size_t m = 0; fs::exists(cell_file(root.path(), img.index, m)); ++m) {
+      auto it = cells.find({img.index, m});  // a worker stopped between a cell's file and its line: read now
+      r.cells.push_back(it != cells.end() ? std::move(it->second) : read_json_file(cell_file(root.path(), img.index, m)));
+    }
     r.images.push_back(entry);
   }
   return r;
