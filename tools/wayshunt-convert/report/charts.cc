@@ -43,7 +43,7 @@ std::string before_after_bars(const std::vector<BarRow> &rows, std::string_view 
   return svg.str();
 }
 
-std::string ladder_svg(const std::vector<Rung> &rungs, const std::vector<std::string> &path, std::string_view colour,
+std::string ladder_svg(const std::vector<DrawnRung> &rungs, const std::vector<std::string> &path, std::string_view colour,
                        std::string_view title) {
   constexpr double kRungGap = 40, kTop = 18, kLeft = 118, kLegGap = 26;
   double legs = path.size() > 1 ? static_cast<double>(path.size() - 1) : 1;
@@ -55,7 +55,7 @@ std::string ladder_svg(const std::vector<Rung> &rungs, const std::vector<std::st
       if (rungs[i].release == release) return kTop + kRungGap * static_cast<double>(rungs.size() - 1 - i);
     return -1;
   };
-  for (const Rung &r : rungs) {
+  for (const DrawnRung &r : rungs) {
     double y = rung_y(r.release);
     svg.line(kLeft, y, width - 6, y, "#bcccdc", 2);
     svg.text(kLeft - 8, y + 1, r.release, Svg::Anchor::end, "rung");

@@ -19,7 +19,7 @@ struct BarRow {
 // figure; bars share one scale. title names the chart for screen readers.
 std::string before_after_bars(const std::vector<BarRow> &rows, std::string_view title);
 
-struct Rung {
+struct DrawnRung {
   std::string release;  // "4.1(3)"
   std::string title;    // "4.1.3 or lower"
 };
@@ -27,7 +27,7 @@ struct Rung {
 // The rungs lowest at the bottom, the path ("4.2(1)", "4.1(3)", ...) drawn
 // as one arrow a leg, side by side, in colour. A release of the path that
 // is no rung is left out of the drawing.
-std::string ladder_svg(const std::vector<Rung> &rungs, const std::vector<std::string> &path, std::string_view colour,
+std::string ladder_svg(const std::vector<DrawnRung> &rungs, const std::vector<std::string> &path, std::string_view colour,
                        std::string_view title);
 
 }  // namespace wsc

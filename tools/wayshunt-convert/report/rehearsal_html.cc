@@ -169,7 +169,7 @@ std::vector<BarRow> summed(const std::vector<const Json *> &cells, const char *k
   return out;
 }
 
-void move_section(std::string &out, const Json &doc, const Grid &g, size_t col, const std::vector<Rung> &rungs) {
+void move_section(std::string &out, const Json &doc, const Grid &g, size_t col, const std::vector<DrawnRung> &rungs) {
   std::vector<const Json *> cells;
   for (size_t row = 0; row < g.images.size(); ++row)
     if (const Json *c = g.at(row, col)) cells.push_back(c);
@@ -208,7 +208,7 @@ void move_section(std::string &out, const Json &doc, const Grid &g, size_t col, 
 }
 
 void moves(std::string &out, const Json &doc, const Grid &g) {
-  std::vector<Rung> rungs;
+  std::vector<DrawnRung> rungs;
   for (const Json &r : member(doc, "ladder")) rungs.push_back({text_at(r, "release"), text_at(r, "title")});
   out += "<section class=\"block\" id=\"moves\"><h2>Moves</h2><div class=\"moves\">";
   for (size_t col = 0; col < g.moves.size(); ++col) move_section(out, doc, g, col, rungs);
