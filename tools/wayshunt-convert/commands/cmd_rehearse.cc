@@ -82,7 +82,9 @@ void tell(const RehearseOptions &o, const std::string &out, const Json &doc) {
   std::cout << "report: " << out << "/report.html (JSON: rehearsal.json, JUnit: junit.xml; " << cases << " cases)\n";
 }
 
-Json rehearse(const RehearseOptions &o) {
+// The rehearsal's document; files gets its cells' whole texts, kept in
+// folder until the outputs are written.
+Json rehearse(const RehearseOptions &o, std::vector<std::string> &files, std::shared_ptr<TempFolder> &folder) {
   if (o.moves.empty() == !o.ladder) throw ToolError("give the moves to try: --move FROM->TO (repeatable) or --ladder");
   std::vector<MovePlan> moves;
   for (const std::string &m : o.moves) moves.push_back(parse_move(m));
@@ -109,6 +111,8 @@ Json rehearse(const RehearseOptions &o) {
               {"allow_loss", fo.cell.allow_loss}, {"interrupted", false}, {"images_total", images.size()}};
   FleetResult r = rehearse_images(lib, images, ladder, fo);
   int interrupted = r.interrupted;
+  files = std::move(r.cell_files);
+  folder = r.folder;
   run["seconds"] = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   Json doc = rehearsal_doc(run, ladder, moves, std::move(r));
   doc["rehearsal"]["signal"] = interrupted;
@@ -134,10 +138,12 @@ Json merged(const RehearseOptions &o) {
 void run_rehearse(const RehearseOptions &o) {
   std::string out = o.out.empty() ? default_out() : o.out;
   if (fs::exists(out + "/rehearsal.json")) throw ToolError(out + " already holds a rehearsal; give another --out");
-  Json doc = o.merge ? merged(o) : rehearse(o);
+  std::vector<std::string> files;
+  std::shared_ptr<TempFolder> folder;
+  Json doc = o.merge ? merged(o) : rehearse(o, files, folder);
   int signal = doc["rehearsal"].value("signal", 0);
   doc["rehearsal"].erase("signal");
-  write_outputs(out, doc);
+  write_outputs(out, doc, files);
   tell(o, out, doc);
   std::cout.flush();
   if (signal) throw ToolError("interrupted; the report holds the moves that finished", 128 + signal);

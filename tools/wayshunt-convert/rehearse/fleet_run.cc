@@ -22,6 +22,7 @@
 #include "compare/store_profile.h"
 #include "device/device_image.h"
 #include "device/folder_lock.h"
+#include "report/rehearsal_html.h"
 #include "store/progress.h"
 #include "store/store_arg.h"
 #include "store/store_io.h"
@@ -81,6 +82,23 @@ std::string image_file(const std::string &root, size_t i) { return results(root)
 std::string cell_file(const std::string &root, size_t i, size_t m) {
   return results(root) + "/" + std::to_string(i) + "." + std::to_string(m) + ".cell.json";
 }
+// The cell cut short for the page (brief()), written beside it.
+std::string brief_file(const std::string &root, size_t i, size_t m) {
+  return results(root) + "/" + std::to_string(i) + "." + std::to_string(m) + ".brief.json";
+}
+
+// A cell as the page needs it: its lost items cut to the page's cap, their
+// number beside them. Only the cells' files hold every item, so that the
+// tool's memory does not grow with the fleet's losses.
+Json brief(const Json &full) {
+  Json cell = Json::object();
+  for (const auto &[key, value] : full.items())
+    if (key != "lost") cell[key] = value;
+  const Json &lost = full["lost"];
+  cell["lost"] = Json(lost.begin(), lost.begin() + static_cast<std::ptrdiff_t>(std::min(lost.size(), kReportListCap)));
+  cell["lost_total"] = lost.size();
+  return cell;
+}
 
 // A copy of the image (a device image) in to, taken while the image's
 // folder is locked against a move run on it meanwhile; every cell of the
@@ -132,6 +150,7 @@ void rehearse_image(ConversionLibrary &lib, const ImageInput &img, const std::ve
     for (size_t m = 0; m < moves.size(); ++m) {
       std::string work = root + "/work-" + std::to_string(img.index);
       Json cell = rehearse_cell(lib, copy, before, counts, moves[m], co, work);
+      write_json_file(brief_file(root, img.index, m), brief(cell));  // first: a cell file means both are there
       write_json_file(cell_file(root, img.index, m), cell);
       say(report, std::string(cell["failure"].get<std::string>().empty() ? "cell passed " : "cell failed ") +
                       std::to_string(img.index) + " " + std::to_string(m));
@@ -259,7 +278,7 @@ class Workers {
       tally_.take(line);
       size_t image = 0, move = 0;
       if (std::sscanf(line.c_str(), "cell %*s %zu %zu", &image, &move) == 2)  // read while the workers work on
-        cells_[{image, move}] = read_json_file(cell_file(root_, image, move));
+        cells_[{image, move}] = read_json_file(brief_file(root_, image, move));
     }
     bar_.note(tally_.images_done, tally_.note(images_.size()));
   }
@@ -298,10 +317,11 @@ class Workers {
 
 FleetResult rehearse_images(ConversionLibrary &lib, const std::vector<ImageInput> &images,
                             const std::vector<Rung> &ladder, const FleetOptions &o) {
-  TempFolder root("rehearse");
+  FleetResult r;
+  r.folder = std::make_shared<TempFolder>("rehearse");
+  const TempFolder &root = *r.folder;
   fs::create_directories(results(root.path()));
   StopSignals stops;
-  FleetResult r;
   std::map<size_t, std::string> early;
   std::map<std::pair<size_t, size_t>, Json> cells;
   {
@@ -321,7 +341,8 @@ FleetResult rehearse_images(ConversionLibrary &lib, const std::vector<ImageInput
       entry["error"] = "not rehearsed: the rehearsal was interrupted";
     for (size_t m = 0; fs::exists(cell_file(root.path(), img.index, m)); ++m) {
       auto it = cells.find({img.index, m});  // a worker stopped between a cell's file and its line: read now
-      r.cells.push_back(it != cells.end() ? std::move(it->second) : read_json_file(cell_file(root.path(), img.index, m)));
+      r.cells.push_back(it != cells.end() ? std::move(it->second) : read_json_file(brief_file(root.path(), img.index, m)));
+      r.cell_files.push_back(cell_file(root.path(), img.index, m));
     }
     r.images.push_back(entry);
   }

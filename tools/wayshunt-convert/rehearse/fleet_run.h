@@ -7,8 +7,11 @@
 #ifndef TOOLS_WAYSHUNT_CONVERT_REHEARSE_FLEET_RUN_H
 #define TOOLS_WAYSHUNT_CONVERT_REHEARSE_FLEET_RUN_H
 
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "device/device_image.h"
 
 #include "device/conversion_library.h"
 #include "records/json_codec.h"
@@ -27,8 +30,13 @@ struct FleetOptions {
 
 struct FleetResult {
   Json images = Json::array();  // one object per image, in the order given
-  Json cells = Json::array();   // every cell that finished, by image then move
-  int interrupted = 0;          // the signal that stopped the rehearsal
+  // Every cell that finished, by image then move, its lost items cut to the
+  // page's cap ("lost_total" counts them); the whole of each is in the file
+  // of the same place in cell_files, kept while the result lives.
+  Json cells = Json::array();
+  std::vector<std::string> cell_files;
+  std::shared_ptr<TempFolder> folder;
+  int interrupted = 0;  // the signal that stopped the rehearsal
 };
 
 FleetResult rehearse_images(ConversionLibrary &lib, const std::vector<ImageInput> &images,

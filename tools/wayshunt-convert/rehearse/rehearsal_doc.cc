@@ -112,13 +112,35 @@ Json merge_docs(const std::vector<Json> &docs) {
   return doc;
 }
 
-void write_outputs(const std::string &dir, const Json &doc) {
+// The document as JSON text, its cells the files' texts when there are
+// files: "cells" is the document's last member, so its array is written in
+// place of the one dumped.
+static void write_json(const std::string &path, const Json &doc, const std::vector<std::string> &cell_files) {
+  std::ofstream f(path, std::ios::binary);
+  if (cell_files.empty()) {
+    f << doc.dump() << "\n";
+  } else {
+    Json head = doc;
+    head["cells"] = Json::array();
+    std::string text = head.dump();
+    f << text.substr(0, text.size() - 3) << "[";  // ...,"cells":[]}
+    for (size_t i = 0; i < cell_files.size(); ++i) {
+      std::ifstream cell(cell_files[i], std::ios::binary);
+      f << (i ? "," : "") << cell.rdbuf();
+    }
+    f << "]}\n";
+  }
+  f.close();
+  if (!f) throw ToolError("cannot write " + path);
+}
+
+void write_outputs(const std::string &dir, const Json &doc, const std::vector<std::string> &cell_files) {
   std::error_code ec;
   if (fs::exists(dir + "/rehearsal.json"))
     throw ToolError(dir + " already holds a rehearsal; give another --out");
   fs::create_directories(dir, ec);
   if (ec) throw ToolError("cannot create " + dir + ": " + ec.message());
-  write_file(dir + "/rehearsal.json", doc.dump() + "\n");
+  write_json(dir + "/rehearsal.json", doc, cell_files);
   write_file(dir + "/report.html", rehearsal_html(doc));
   write_file(dir + "/junit.xml", junit_xml(doc));
 }

@@ -26,8 +26,10 @@ Json rehearsal_doc(Json run, const std::vector<Rung> &ladder, const std::vector<
 Json merge_docs(const std::vector<Json> &docs);
 
 // rehearsal.json, report.html and junit.xml in dir (created when missing;
-// one that already holds a rehearsal is refused).
-void write_outputs(const std::string &dir, const Json &doc);
+// one that already holds a rehearsal is refused). With cell_files, the
+// JSON's cells are those files' whole texts, in their order, and doc's own
+// cells (cut short for the page) serve the page and the JUnit file.
+void write_outputs(const std::string &dir, const Json &doc, const std::vector<std::string> &cell_files = {});
 
 // Cases whose "failure" is set, and images in error.
 size_t failed_cases(const Json &doc);

@@ -2,6 +2,8 @@
 // and audit findings, and the round trip's table.
 #include "report/cell_details.h"
 
+#include <algorithm>
+
 #include "records/formats.h"
 #include "report/markup.h"
 #include "report/page_style.h"
@@ -14,17 +16,19 @@ namespace {
 
 std::string with_unit(int64_t n, const char *unit) { return group_digits(n) + " " + unit; }
 
-// The first kReportListCap items as an ordered list, the rest counted.
-void capped_list(std::string &out, const Json &items, const std::string &heading) {
+// The first kReportListCap items as an ordered list, the rest counted:
+// total is how many the full list has (a list already cut to the cap
+// carries it beside itself as "<list>_total").
+void capped_list(std::string &out, const Json &items, int64_t total, const std::string &heading) {
   if (!items.is_array() || items.empty()) return;
-  out += "<h4>" + html_escape(heading) + " (" + group_digits(static_cast<int64_t>(items.size())) + ")</h4><ol class=\"items\">";
+  size_t all = std::max(items.size(), static_cast<size_t>(std::max<int64_t>(total, 0)));
+  out += "<h4>" + html_escape(heading) + " (" + group_digits(static_cast<int64_t>(all)) + ")</h4><ol class=\"items\">";
   size_t shown = std::min(items.size(), kReportListCap);
   for (size_t i = 0; i < shown; ++i)
     out += "<li>" + html_escape(items[i].is_string() ? items[i].get<std::string>() : items[i].dump()) + "</li>";
   out += "</ol>";
-  if (items.size() > shown)
-    out += "<p class=\"more\">… and " + group_digits(static_cast<int64_t>(items.size() - shown)) +
-           " more in rehearsal.json</p>";
+  if (all > shown)
+    out += "<p class=\"more\">… and " + group_digits(static_cast<int64_t>(all - shown)) + " more in rehearsal.json</p>";
 }
 
 void legs_table(std::string &out, const Json &legs) {
@@ -68,7 +72,7 @@ void trip_table(std::string &out, const Json &trip) {
   bool as_forecast = member(trip, "gone_as_forecast").is_boolean() && member(trip, "gone_as_forecast").get<bool>();
   out += as_forecast ? "<p class=\"verdict-yes\">Everything gone or changed was forecast as lost.</p>"
                      : "<p class=\"verdict-no\">Records gone or changed that no forecast called lost.</p>";
-  capped_list(out, member(trip, "unforecast"), "Gone or changed, not forecast");
+  capped_list(out, member(trip, "unforecast"), 0, "Gone or changed, not forecast");
 }
 
 int64_t trip_gone(const Json &cell) {
@@ -98,7 +102,7 @@ std::string cell_figure(const Json &cell) {
   const Json &counts = member(cell, "counts");
   if (outcome == "failed") return "failed";
   if (outcome == "damage") {
-    size_t n = member(cell, "damaged").size();
+    size_t n = std::max<size_t>(member(cell, "damaged").size(), static_cast<size_t>(std::max<int64_t>(int_at(cell, "damaged_total"), 0)));
     return n ? with_unit(static_cast<int64_t>(n), "damaged") : "damage";
   }
   if (outcome == "losses") {
@@ -121,8 +125,8 @@ std::string cell_details(const Json &cell, const std::string &id) {
   if (!failure.empty()) out += "<p class=\"failure\"><b>Failure:</b> " + html_escape(failure) + "</p>";
   legs_table(out, member(cell, "legs"));
   counts_line(out, member(cell, "counts"));
-  capped_list(out, member(cell, "lost"), "Lost by forecast");
-  capped_list(out, member(cell, "damaged"), "Damage the audit found");
+  capped_list(out, member(cell, "lost"), int_at(cell, "lost_total"), "Lost by forecast");
+  capped_list(out, member(cell, "damaged"), int_at(cell, "damaged_total"), "Damage the audit found");
   trip_table(out, member(cell, "trip"));
   return out + "</div></details>";
 }
