@@ -5,6 +5,7 @@
 #include "rehearse/fleet_run.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -152,6 +153,7 @@ void rehearse_image(ConversionLibrary &lib, const ImageInput &img, const std::ve
       Json cell = rehearse_cell(lib, copy, before, counts, moves[m], co, work);
       write_json_file(brief_file(root, img.index, m), brief(cell));  // first: a cell file means both are there
       write_json_file(cell_file(root, img.index, m), cell);
+      malloc_trim(0);  // the next cell's conversion processes are forked from this one: keep it small
       say(report, std::string(cell["failure"].get<std::string>().empty() ? "cell passed " : "cell failed ") +
                       std::to_string(img.index) + " " + std::to_string(m));
     }
