@@ -4,12 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
 #include <filesystem>
 #include <string>
 
 #include "device/device_image.h"
 #include "device/history.h"
 #include "device/log_reader.h"
+#include "rehearse/junit.h"
 #include "store/json_store.h"
 #include "store/store_io.h"
 #include "tool_error.h"
@@ -116,6 +119,36 @@ TEST(LogAndHistory, HugeRecordsAndDeepLinesEndCleanly) {
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_TRUE(lines[0].contains("unreadable"));
   EXPECT_EQ(lines[1]["from"], "4.2(1)");
+}
+
+}  // namespace
+
+namespace {
+
+// Texts of a rehearsal that came from the field (an image's name, a
+// failure quoting a record) reach the JUnit file as XML that validates,
+// markup and control characters included, and come back as they were but
+// for the controls.
+TEST(JunitXml, FieldTextsStayWellFormed) {
+  const std::string odd = "a<b>&\"c'\x01\x1f\x7f\tz";
+  wsc::Json doc = {{"images", {{{"name", odd}, {"path", "/x"}, {"era", "4.2"}, {"records", 1}, {"error", odd}}}},
+                   {"cells",
+                    {{{"image", odd}, {"move", "4.2(1)->3.2(1)"}, {"outcome", "failed"}, {"failure", odd}, {"seconds", 0.5},
+                      {"legs", wsc::Json::array()}, {"damaged", {odd}}}}}};
+  std::string path = std::filesystem::temp_directory_path() / ("junit-" + std::to_string(getpid()) + ".xml");
+  FILE *f = std::fopen(path.c_str(), "w");
+  ASSERT_NE(f, nullptr);
+  std::fputs(wsc::junit_xml(doc).c_str(), f);
+  std::fclose(f);
+  std::string check = "xmllint --noout --schema " + std::string(TOOL_TEST_DIR) + "/junit.xsd " + path + " 2>/dev/null";
+  EXPECT_EQ(std::system(check.c_str()), 0) << wsc::junit_xml(doc);
+  std::string attr = "xmllint --xpath 'string(//failure/@message)' " + path;
+  FILE *p = popen(attr.c_str(), "r");
+  char back[128] = {};
+  size_t n = std::fread(back, 1, sizeof back - 1, p);
+  pclose(p);
+  EXPECT_EQ(std::string(back, n), "a<b>&\"c'???\tz\n");  // xmllint ends it with a line
+  std::remove(path.c_str());
 }
 
 }  // namespace

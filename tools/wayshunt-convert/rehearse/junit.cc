@@ -6,6 +6,8 @@
 #include <sstream>
 #include <vector>
 
+#include "report/markup.h"
+
 namespace wsc {
 
 namespace {
@@ -39,15 +41,12 @@ std::string seconds(double s) {
 
 std::string xml_escape(const std::string &text) {
   std::string out;
-  for (unsigned char c : text) {
-    switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      case '\'': out += "&apos;"; break;
-      default: out += (c < 0x20 && c != '\t' && c != '\n' && c != '\r') || c == 0x7f ? '?' : static_cast<char>(c);
-    }
+  for (char c : html_escape(text)) {  // its references are XML's too
+    auto u = static_cast<unsigned char>(c);
+    if (c == '\t' || c == '\n' || c == '\r')
+      out += "&#" + std::to_string(u) + ";";  // kept in an attribute, which a reader would make a blank
+    else
+      out += u < 0x20 || u == 0x7f ? '?' : c;
   }
   return out;
 }

@@ -15,8 +15,9 @@ namespace wsc {
 
 std::string junit_xml(const Json &rehearsal);
 
-// text with &, <, >, " and ' as entities and the characters XML 1.0 forbids
-// (controls other than tab and line ends) as '?'.
+// text with &, <, >, ", ', tab and line ends as character references (an
+// attribute keeps them so) and the characters XML 1.0 forbids (the other
+// controls) as '?'.
 std::string xml_escape(const std::string &text);
 
 }  // namespace wsc
