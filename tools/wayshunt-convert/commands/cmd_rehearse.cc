@@ -60,7 +60,7 @@ std::set<std::string> loss_classes(const std::vector<std::string> &given) {
 }
 
 // A failure without the failed call's arguments, which the outputs have.
-std::string brief(const std::string &failure) { return failure.substr(0, failure.find(" (failed call: ")); }
+std::string without_call(const std::string &failure) { return failure.substr(0, failure.find(" (failed call: ")); }
 
 // What the outputs say at the end: where they are and the cases' tally.
 void tell(const RehearseOptions &o, const std::string &out, const Json &doc) {
@@ -75,7 +75,7 @@ void tell(const RehearseOptions &o, const std::string &out, const Json &doc) {
     for (const Json &c : doc["cells"])
       if (!c["failure"].get<std::string>().empty())
         std::cout << "  failed: " << c["image"].get<std::string>() << " " << c["move"].get<std::string>() << ": "
-                  << brief(c["failure"].get<std::string>()) << "\n";
+                  << without_call(c["failure"].get<std::string>()) << "\n";
   for (const Json &img : doc["images"])
     if (!img["error"].get<std::string>().empty())
       std::cout << "  error: " << img["name"].get<std::string>() << ": " << img["error"].get<std::string>() << "\n";
