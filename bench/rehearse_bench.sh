@@ -4,9 +4,10 @@
 # 'rehearse --ladder -j JOBS' timed; then every cell it ran, run again as
 # 'run' on a fresh copy of its image (each leg of a round trip in turn),
 # timed one after another. Printed: the rehearsal's wall time W, the sum S
-# of the single runs, W / (S / JOBS) (1.0: the cores fully shared, no cost
-# of its own), and the peak memory of the rehearsal's process tree against
-# JOBS times the largest single run's.
+# of the single runs (wall and CPU), W / (S / JOBS) (1.0: the cores fully
+# shared, no cost of its own) and W / (S's CPU / JOBS) (a single run already
+# keeps more than one core busy part of the time), and the peak memory of
+# the rehearsal's process tree against JOBS times the largest single run's.
 #   bench/rehearse_bench.sh [IMAGES] [RECORDS] [JOBS]     (default 20 20000 2)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -37,6 +38,9 @@ seconds() {  # wall seconds of a command, its output dropped
 }
 
 "$tool" gen --fleet "$work/fleet" --images "$images" --records "$records" --eras 3.2,4.1,4.2 --seed 1 >/dev/null
+# Each timed phase starts with nothing left to write back: the fleet just
+# written would otherwise be flushed to disk while the first phase syncs.
+sync
 wall=$(seconds "$tool" rehearse --ladder --quiet -j "$jobs" --out "$work/out" "$work/fleet")
 
 # The cells as the rehearsal ran them: image, then the releases of its path.
@@ -63,11 +67,13 @@ cell_runs() {
   done
   [ "$measure" = peak ] && echo "$peak" || true
 }
-t0=$(now); cells=0
-while read -r -a cell; do
-  cell_runs time "${cell[@]}"; cells=$((cells + 1))
-done <"$work/cells"
-sum=$(awk -v a="$t0" -v b="$(now)" 'BEGIN {print b - a}')
+sync
+cells=$(wc -l <"$work/cells")
+# Wall and CPU seconds (user + system, the runs' processes included) of the
+# single runs, one after another.
+TIMEFORMAT='%R %U %S'
+read -r sum user sys < <({ time while read -r -a cell; do cell_runs time "${cell[@]}"; done <"$work/cells"; } 2>&1)
+cpu=$(awk -v u="$user" -v s="$sys" 'BEGIN {print u + s}')
 
 # Memory, apart from the timings (sampling takes a core's share): the
 # rehearsal again, and every single run.
@@ -79,7 +85,9 @@ done <"$work/cells"
 
 printf 'fleet: %d images of %d records, %d cells, -j %d on %d cores\n' "$images" "$records" "$cells" "$jobs" "$(nproc)"
 printf 'rehearse wall W        %8.2f s\n' "$wall"
-printf 'single runs, sum S     %8.2f s\n' "$sum"
+printf 'single runs, sum S     %8.2f s wall, %.2f s CPU (a run converts its copies side by side)\n' "$sum" "$cpu"
 printf 'W / (S / %d)            %8.2f   (target <= 1.2)\n' "$jobs" "$(awk -v w="$wall" -v s="$sum" -v j="$jobs" 'BEGIN {print w / (s / j)}')"
+printf 'W / (S CPU / %d)        %8.2f   (the single runs'"'"' work spread evenly over the cores)\n' "$jobs" \
+  "$(awk -v w="$wall" -v s="$cpu" -v j="$jobs" 'BEGIN {print w / (s / j)}')"
 printf 'peak memory (PSS): rehearse %d KiB, largest single run %d KiB, %d x that %d KiB\n' \
   "$rehearse_kib" "$single_kib" "$jobs" "$((jobs * single_kib))"
