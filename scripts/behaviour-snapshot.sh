@@ -17,7 +17,7 @@ mkdir -p "$out"; out=$(cd "$out" && pwd)
 # The move alone: a tool that forecasts and audits each move runs the library
 # on copies as well, which a snapshot of the move does not want.
 alone=(); "$tool" run --help 2>/dev/null | grep -q -- --no-audit && alone=(--no-audit)
-work=$(mktemp -d); trap 'kill $(jobs -p) 2>/dev/null; rm -rf "$work"' EXIT
+work=$(mktemp -d); trap 'kill $(jobs -p) 2>/dev/null || true; rm -rf "$work"' EXIT
 
 mask() {
   W="$work" perl -pe 's/\Q$ENV{W}\E/WORK/g; s/\(\):[0-9]+ /():N /g; s/\) = 0 sap=[0-9]+/) = 0 sap=S/g;

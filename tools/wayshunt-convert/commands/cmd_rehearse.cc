@@ -39,14 +39,7 @@ struct RehearseOptions {
 };
 
 // "rehearsal-20261125-101500", in the current folder.
-std::string default_out() {
-  std::time_t t = std::time(nullptr);
-  std::tm tm{};
-  localtime_r(&t, &tm);
-  char buf[64];
-  std::strftime(buf, sizeof buf, "rehearsal-%Y%m%d-%H%M%S", &tm);
-  return buf;
-}
+std::string default_out() { return time_now("rehearsal-%Y%m%d-%H%M%S", true); }
 
 // Key type names as the reports write them.
 std::set<std::string> loss_classes(const std::vector<std::string> &given) {

@@ -42,13 +42,16 @@ std::vector<Json> read_history(const std::string &file) {
   return out;
 }
 
-std::string utc_now() {
+std::string time_now(const char *format, bool local) {
   std::time_t t = std::time(nullptr);
   std::tm tm{};
-  gmtime_r(&t, &tm);
-  char buf[32];
-  std::strftime(buf, sizeof buf, "%Y-%m-%dT%H:%M:%SZ", &tm);
+  if (local) localtime_r(&t, &tm);
+  else gmtime_r(&t, &tm);
+  char buf[64];
+  std::strftime(buf, sizeof buf, format, &tm);
   return buf;
 }
+
+std::string utc_now() { return time_now("%Y-%m-%dT%H:%M:%SZ", false); }
 
 }  // namespace wsc

@@ -22,6 +22,8 @@ std::vector<Json> read_history(const std::string &file);
 
 // The current time as "2026-11-24T21:40:00Z".
 std::string utc_now();
+// The time now in strftime's format, local or UTC (at most 63 characters).
+std::string time_now(const char *format, bool local);
 
 }  // namespace wsc
 
